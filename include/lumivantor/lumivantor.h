@@ -1,0 +1,8 @@
+/* lumivantor: HDR merge, tone mapping, fusion and image files. Includes every family. */
+#ifndef LUMIVANTOR_H
+#define LUMIVANTOR_H
+
+#include "frame.h"
+#include "fileio.h"
+
+#endif

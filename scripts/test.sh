@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Builds and runs every test: an optimised build, then a build under AddressSanitizer and
+# UndefinedBehaviorSanitizer (with clang, which also builds the fuzz targets and runs each
+# for a short fixed time), then the install check of an outside project.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh test
+
+jobs=$(nproc 2>/dev/null || echo 2)
+fuzz_seconds=${LV_FUZZ_SECONDS:-20}
+
+echo "== optimised build"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== sanitizer build"
+san_flags=(-DLV_SANITIZE=ON -DLV_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+if command -v clang++ >/dev/null; then
+  san_flags+=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DLV_FUZZ=ON)
+fi
+cmake -S . -B build-san -G Ninja "${san_flags[@]}" >/dev/null
+cmake --build build-san -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build-san --output-on-failure -j "$jobs"
+
+shopt -s nullglob
+fuzzers=(build-san/tests/fuzz/fuzz_*)
+if [ ${#fuzzers[@]} -gt 0 ]; then
+  echo "== fuzzing, ${fuzz_seconds}s per target"
+  for f in "${fuzzers[@]}"; do
+    [ -x "$f" ] || continue
+    name=$(basename "$f")
+    corpus="build-san/fuzz-corpus/$name"
+    mkdir -p "$corpus"
+    seeds="tests/fuzz/seeds/${name#fuzz_}"
+    [ -d "$seeds" ] || seeds=""
+    "$f" -max_total_time="$fuzz_seconds" -max_len=65536 -rss_limit_mb=2048 -print_final_stats=0 \
+      "$corpus" $seeds 2>&1 | tail -n 2
+  done
+fi
+echo "== all tests passed"

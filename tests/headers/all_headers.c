@@ -1,0 +1,11 @@
+/* Compiled as strict C99: every public header must be valid C on its own. */
+#include <lumivantor/lumivantor.h>
+
+int lv_header_check_c99(void);
+int lv_header_check_c99(void) {
+    DimParam d;
+    OptimParam o;
+    init_dim_param(&d);
+    init_optim_param(&o);
+    return d.samplesPerPixel + o.numThreads;
+}
