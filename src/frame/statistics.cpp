@@ -223,7 +223,7 @@ int hist32info(float *range, long, int *hist, float *info) {
     const double b = (std::log(static_cast<double>(range[1])) - log_lo) * kInvBins;
     if (!(b >= 0.0)) return -1;
 
-    double low = 0.002, high = 0.9995;
+    float low = 0.002f, high = 0.9995f;
     if (info[2] == 1.0f) {
         if (!(info[0] >= 0.05f || info[0] < 0.0f)) low = info[0];
         if (!(info[1] > 1.0f || info[1] <= 0.9f)) high = info[1];
