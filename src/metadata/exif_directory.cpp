@@ -77,12 +77,16 @@ void walk_directory(FILE *file, int32_t order, int32_t base, Treat treat) {
     const uint32_t count = fgetmi2(file, order);
     for (uint32_t i = 0; i < count; ++i) {
         const Entry e = read_entry(file, order);
+        // Once an entry runs into the end of the file, every later one reads as 0xFF bytes:
+        // tag 65535, which no walk treats. Stopping behind it changes nothing and keeps a
+        // lying count cheap.
+        const bool hit_end = feof(file) != 0;
         const off_t after = ftello(file);
         if (after < 0) return;
         const off_t target = static_cast<off_t>(e.value) + base;
         const bool sought = target >= 0 && fseeko(file, target, SEEK_SET) == 0;
         treat(e, sought);
-        if (fseeko(file, after, SEEK_SET) != 0) return;
+        if (hit_end || fseeko(file, after, SEEK_SET) != 0) return;
     }
 }
 
