@@ -21,7 +21,7 @@ struct FileCloser {
 
 // Random access to the bytes of a file or of a buffer, refusing anything past the end.
 class Bytes {
-public:
+  public:
     Bytes(const uint8_t *data, size_t size) : data_(data), size_(size) {}
     explicit Bytes(FILE *file) : file_(file) {
         if (fseeko(file, 0, SEEK_END) == 0) {
@@ -39,7 +39,7 @@ public:
         return fseeko(file_, off_t(at), SEEK_SET) == 0 && fread(out, 1, n, file_) == n;
     }
 
-private:
+  private:
     const uint8_t *data_ = nullptr;
     FILE *file_ = nullptr;
     uint64_t size_ = 0;
@@ -71,7 +71,8 @@ std::string ascii_value(const Bytes &bytes, uint64_t base, uint64_t entry, uint3
     char text[64] = {};
     if (!bytes.read(at, n, reinterpret_cast<uint8_t *>(text))) return {};
     std::string s(text, strnlen(text, n));
-    while (!s.empty() && s.back() == ' ') s.pop_back();
+    while (!s.empty() && s.back() == ' ')
+        s.pop_back();
     return s;
 }
 
@@ -80,8 +81,10 @@ bool walk_tiff(const Bytes &bytes, uint64_t base, uint64_t limit, ExifLayout *la
     uint8_t head[4];
     if (base + 8 > limit || !bytes.read(base, 4, head)) return false;
     Reader r{bytes};
-    if (head[0] == 'I' && head[1] == 'I') r.little = true;
-    else if (head[0] != 'M' || head[1] != 'M') return false;
+    if (head[0] == 'I' && head[1] == 'I')
+        r.little = true;
+    else if (head[0] != 'M' || head[1] != 'M')
+        return false;
     if (r.u16(base + 2) != 42 || !r.ok) return false;
     layout->order = r.little ? LV_ORDER_INTEL : kOrderMotorola;
     layout->base = int64_t(base);
@@ -100,8 +103,10 @@ bool walk_tiff(const Bytes &bytes, uint64_t base, uint64_t limit, ExifLayout *la
         if (!r.ok) break;
         if ((tag == kTagExifIfd || tag == kTagGpsIfd) && inside(value, 2))
             (tag == kTagExifIfd ? layout->exif_ifd : layout->gps_ifd) = int64_t(base + value);
-        else if (tag == kTagMake) make = ascii_value(bytes, base, entry, cnt, value, limit);
-        else if (tag == kTagModel) model = ascii_value(bytes, base, entry, cnt, value, limit);
+        else if (tag == kTagMake)
+            make = ascii_value(bytes, base, entry, cnt, value, limit);
+        else if (tag == kTagModel)
+            model = ascii_value(bytes, base, entry, cnt, value, limit);
     }
     layout->camera = model.empty() ? make : model;
     return true;
@@ -189,8 +194,7 @@ bool read_exif_memory(const uint8_t *data, size_t size, ExifInfo *info) {
     if (info) std::memset(info, 0, sizeof *info);
     if (!data || size == 0) return false;
     // The parsers read through a FILE*; a read-only memory stream gives them one.
-    std::unique_ptr<FILE, FileCloser> file(
-        fmemopen(const_cast<uint8_t *>(data), size, "rb"));
+    std::unique_ptr<FILE, FileCloser> file(fmemopen(const_cast<uint8_t *>(data), size, "rb"));
     if (!file) return false;
     return read_exif(file.get(), info);
 }

@@ -69,8 +69,7 @@ LV_API uint32_t fgetm4(FILE *file);
 LV_API int parse_exif_data(FILE *file, int32_t ignored, int32_t order, int32_t base,
                            ExifInfo *info);
 /* Walks the GPS directory at the file position into info. Returns 1. */
-LV_API int parse_gps_data(FILE *file, int32_t ignored, int32_t order, int32_t base,
-                          ExifInfo *info);
+LV_API int parse_gps_data(FILE *file, int32_t ignored, int32_t order, int32_t base, ExifInfo *info);
 /* Reads a camera's comma-separated settings text of length bytes. Returns the last number
  * parsed, 0 for a length below 1, -1 for a short read, -4 when memory runs out. */
 LV_API int parse_image_description(FILE *file, int32_t length, ExifInfo *info);
@@ -85,24 +84,22 @@ LV_API int add_iptc_keyword(int32_t length, const uint8_t *iptc, int32_t keyword
 LV_API int read_iptc(const char *path, int32_t length, int32_t offset, uint8_t *buffer);
 /* Converts a record to the Radiance writer's rational form and its GPS part (gps may be
  * NULL). Returns shutterNum. */
-LV_API int32_t metadataBufFromExifInfo(const ExifInfo *info, MetadataBuf *meta,
-                                       MetadataGps *gps);
+LV_API int32_t metadataBufFromExifInfo(const ExifInfo *info, MetadataBuf *meta, MetadataGps *gps);
 /* Clears in a the shutter, aperture and ISO that differ from b's. Returns 1. */
 LV_API int constant_exif(MetadataBuf *a, const MetadataBuf *b);
 
 /* Composes the command that copies metadata from source to destination. Returns -1: the
  * command is not run. */
-LV_API int exiv2WrapperCopyMetadata(char *source, char *destination, char *tool,
-                                    char *thumbnail, int ignored, char *software,
-                                    int withThumbnail, int withColorTemperature);
+LV_API int exiv2WrapperCopyMetadata(char *source, char *destination, char *tool, char *thumbnail,
+                                    int ignored, char *software, int withThumbnail,
+                                    int withColorTemperature);
 /* Forwards to exiv2WrapperCopyMetadata with withColorTemperature also in the ignored slot.
  * Returns -1. */
-LV_API int wrapMetadata(char *source, char *destination, char *tool, char *thumbnail,
-                        int ignored, char *software, int withThumbnail,
-                        int withColorTemperature);
+LV_API int wrapMetadata(char *source, char *destination, char *tool, char *thumbnail, int ignored,
+                        char *software, int withThumbnail, int withColorTemperature);
 /* Composes the command that lists source's tags into the file fourth. Returns -1. */
-LV_API int old_exiv2WrapperCopyMetadata(char *source, char *destination, char *tool,
-                                        char *fourth, char *fifth);
+LV_API int old_exiv2WrapperCopyMetadata(char *source, char *destination, char *tool, char *fourth,
+                                        char *fifth);
 /* Composes the command that extracts source's thumbnail into destination. Returns -1. */
 LV_API int readThumbnailIntoFile(char *source, char *destination, char *tool);
 

@@ -60,9 +60,9 @@ long read_number(const char *text, size_t len, size_t i, size_t *end) {
 }
 
 struct Description {
-    long last = 0;             // last number read anywhere
-    long a = -1, b = -1;       // exposure A/B; a plain number N reads as N/1
-    bool whole = false;        // the exposure ended in a blank or "s"
+    long last = 0;                // last number read anywhere
+    long a = -1, b = -1;          // exposure A/B; a plain number N reads as N/1
+    bool whole = false;           // the exposure ended in a blank or "s"
     long gains[3] = {-1, -1, -1}; // B, G, R
 };
 
@@ -132,7 +132,8 @@ LV_API int parse_image_description(FILE *file, int32_t length, ExifInfo *info) {
             if (++field >= 11) break;
             continue;
         }
-        if (field == 7 && i == field_start) read_exposure(text, len, i, &d);
+        if (field == 7 && i == field_start)
+            read_exposure(text, len, i, &d);
         else if (field >= 8 && field <= 10 && token_start(text, i, field_start))
             read_gain(text, len, i, &d);
         ++i;

@@ -9,7 +9,9 @@
 
 namespace {
 
-std::string text(const char *s) { return s ? std::string(s) : std::string(); }
+std::string text(const char *s) {
+    return s ? std::string(s) : std::string();
+}
 
 // Appended piece by piece: that keeps the compiler's overlap checker quiet about
 // literal-plus-temporary concatenations.
@@ -20,41 +22,82 @@ std::string quoted(const char *s) {
     return q;
 }
 
+// tool, options, the quoted source, and the tool's output sent to the quoted file.
+std::string output_to_file(const char *tool, const char *options, const char *source,
+                           const char *file) {
+    std::string cmd = text(tool);
+    cmd += options;
+    cmd += quoted(source);
+    cmd += " > ";
+    cmd += quoted(file);
+    return cmd;
+}
+
 } // namespace
 
 namespace lv {
 
 std::span<const std::string> imageTags2Preserve() {
-    static const std::array<std::string, 15> tags = {
-        "Artist", "BitsPerSample", "Compression", "Copyright", "DateTime",
-        "InterColorProfile", "Make", "Model", "PhotometricInterpretation",
-        "PlanarConfiguration", "ResolutionUnit", "SamplesPerPixel", "Software",
-        "XResolution", "YResolution"};
+    static const std::array<std::string, 15> tags = {"Artist",
+                                                     "BitsPerSample",
+                                                     "Compression",
+                                                     "Copyright",
+                                                     "DateTime",
+                                                     "InterColorProfile",
+                                                     "Make",
+                                                     "Model",
+                                                     "PhotometricInterpretation",
+                                                     "PlanarConfiguration",
+                                                     "ResolutionUnit",
+                                                     "SamplesPerPixel",
+                                                     "Software",
+                                                     "XResolution",
+                                                     "YResolution"};
     return tags;
 }
 
 std::span<const std::string> gpsTags2Preserve() {
     static const std::array<std::string, 9> tags = {
-        "GPSAltitude", "GPSAltitudeRef", "GPSDateStamp", "GPSLatitude", "GPSLatitudeRef",
+        "GPSAltitude",  "GPSAltitudeRef",  "GPSDateStamp", "GPSLatitude", "GPSLatitudeRef",
         "GPSLongitude", "GPSLongitudeRef", "GPSTimeStamp", "GPSVersionID"};
     return tags;
 }
 
 std::span<const std::string> photoTags2Preserve() {
-    static const std::array<std::string, 29> tags = {
-        "Aperture", "ColorSpace", "CustomRendered", "DateTimeDigitized",
-        "DateTimeOriginal", "DigitalZoomRatio", "ExposureBias", "ExposureMode",
-        "ExposureProgram", "ExposureTime", "Flash", "FNumber", "FocalLength",
-        "FocalPlaneResolutionUnit", "FocalPlaneXResolution", "FocalPlaneYResolution",
-        "ISOSpeedRatings", "LensModel", "LensSpecification", "MaxAperture", "MeteringMode",
-        "SceneCaptureType", "ShutterSpeed", "SubjectDistanceRange", "SubSecTime",
-        "SubSecTimeDigitized", "SubSecTimeOriginal", "WhiteBalance", "FocalLengthIn35mmFilm"};
+    static const std::array<std::string, 29> tags = {"Aperture",
+                                                     "ColorSpace",
+                                                     "CustomRendered",
+                                                     "DateTimeDigitized",
+                                                     "DateTimeOriginal",
+                                                     "DigitalZoomRatio",
+                                                     "ExposureBias",
+                                                     "ExposureMode",
+                                                     "ExposureProgram",
+                                                     "ExposureTime",
+                                                     "Flash",
+                                                     "FNumber",
+                                                     "FocalLength",
+                                                     "FocalPlaneResolutionUnit",
+                                                     "FocalPlaneXResolution",
+                                                     "FocalPlaneYResolution",
+                                                     "ISOSpeedRatings",
+                                                     "LensModel",
+                                                     "LensSpecification",
+                                                     "MaxAperture",
+                                                     "MeteringMode",
+                                                     "SceneCaptureType",
+                                                     "ShutterSpeed",
+                                                     "SubjectDistanceRange",
+                                                     "SubSecTime",
+                                                     "SubSecTimeDigitized",
+                                                     "SubSecTimeOriginal",
+                                                     "WhiteBalance",
+                                                     "FocalLengthIn35mmFilm"};
     return tags;
 }
 
-std::string compose_copy_metadata(const char *source, const char *destination,
-                                  const char *tool, const char *thumbnail,
-                                  const char *software, int withThumbnail,
+std::string compose_copy_metadata(const char *source, const char *destination, const char *tool,
+                                  const char *thumbnail, const char *software, int withThumbnail,
                                   int withColorTemperature) {
     std::string cmd = text(tool);
     cmd += " -q -overwrite_original -tagsfromfile ";
@@ -78,23 +121,12 @@ std::string compose_copy_metadata(const char *source, const char *destination,
     return cmd;
 }
 
-std::string compose_read_thumbnail(const char *source, const char *destination,
-                                   const char *tool) {
-    std::string cmd = text(tool);
-    cmd += " -b -ThumbnailImage ";
-    cmd += quoted(source);
-    cmd += " > ";
-    cmd += quoted(destination);
-    return cmd;
+std::string compose_read_thumbnail(const char *source, const char *destination, const char *tool) {
+    return output_to_file(tool, " -b -ThumbnailImage ", source, destination);
 }
 
 std::string compose_list_tags(const char *source, const char *tool, const char *fourth) {
-    std::string cmd = text(tool);
-    cmd += " -Pkyv ";
-    cmd += quoted(source);
-    cmd += " > ";
-    cmd += quoted(fourth);
-    return cmd;
+    return output_to_file(tool, " -Pkyv ", source, fourth);
 }
 
 } // namespace lv
@@ -110,9 +142,9 @@ LV_API bool shouldCopyTag(std::string tag, std::string *table, int count) {
 
 // The composed text is dropped: a build that wants the copy done runs it itself. Length
 // and allocation errors stay inside, since nothing may throw across the C boundary.
-LV_API int exiv2WrapperCopyMetadata(char *source, char *destination, char *tool,
-                                    char *thumbnail, int /*ignored*/, char *software,
-                                    int withThumbnail, int withColorTemperature) {
+LV_API int exiv2WrapperCopyMetadata(char *source, char *destination, char *tool, char *thumbnail,
+                                    int /*ignored*/, char *software, int withThumbnail,
+                                    int withColorTemperature) {
     try {
         (void)lv::compose_copy_metadata(source, destination, tool, thumbnail, software,
                                         withThumbnail, withColorTemperature);
@@ -124,8 +156,8 @@ LV_API int exiv2WrapperCopyMetadata(char *source, char *destination, char *tool,
 LV_API int wrapMetadata(char *source, char *destination, char *tool, char *thumbnail,
                         int /*ignored*/, char *software, int withThumbnail,
                         int withColorTemperature) {
-    exiv2WrapperCopyMetadata(source, destination, tool, thumbnail, withColorTemperature,
-                             software, withThumbnail, withColorTemperature);
+    exiv2WrapperCopyMetadata(source, destination, tool, thumbnail, withColorTemperature, software,
+                             withThumbnail, withColorTemperature);
     return -1;
 }
 

@@ -15,13 +15,11 @@ std::span<const std::string> gpsTags2Preserve();
 std::span<const std::string> photoTags2Preserve();
 
 // The text exiv2WrapperCopyMetadata composes; null paths read as empty.
-std::string compose_copy_metadata(const char *source, const char *destination,
-                                  const char *tool, const char *thumbnail,
-                                  const char *software, int withThumbnail,
+std::string compose_copy_metadata(const char *source, const char *destination, const char *tool,
+                                  const char *thumbnail, const char *software, int withThumbnail,
                                   int withColorTemperature);
 // The text readThumbnailIntoFile composes.
-std::string compose_read_thumbnail(const char *source, const char *destination,
-                                   const char *tool);
+std::string compose_read_thumbnail(const char *source, const char *destination, const char *tool);
 // The text old_exiv2WrapperCopyMetadata composes: a listing of source's tags into fourth.
 std::string compose_list_tags(const char *source, const char *tool, const char *fourth);
 

@@ -28,7 +28,9 @@ inline uint32_t byte_or_ff(FILE *file) {
     return c == EOF ? 0xFFu : static_cast<uint32_t>(c);
 }
 
-inline bool little_endian(int32_t order) { return order == LV_ORDER_INTEL; }
+inline bool little_endian(int32_t order) {
+    return order == LV_ORDER_INTEL;
+}
 
 // A rational stored as two signed 32-bit words; false when its denominator is below 1.
 bool read_srational(FILE *file, int32_t order, double *value) {
@@ -51,7 +53,8 @@ Entry read_entry(FILE *file, int32_t order) {
     e.tag = fgetmi2(file, order);
     e.type = fgetmi2(file, order);
     e.count = fgetmi4(file, order);
-    for (uint8_t &b : e.raw) b = static_cast<uint8_t>(byte_or_ff(file));
+    for (uint8_t &b : e.raw)
+        b = static_cast<uint8_t>(byte_or_ff(file));
     const bool le = little_endian(order);
     if (e.type == 3 && (e.count == 1 || e.count == 2)) {
         // A short that fits in the field sits in its first two bytes.
@@ -116,9 +119,13 @@ LV_API uint32_t fgetmi4(FILE *file, int32_t order) {
                                 : (a << 24 | b << 16 | c << 8 | d);
 }
 
-LV_API uint16_t fgetm2(FILE *file) { return fgetmi2(file, 0); }
+LV_API uint16_t fgetm2(FILE *file) {
+    return fgetmi2(file, 0);
+}
 
-LV_API uint32_t fgetm4(FILE *file) { return fgetmi4(file, 0); }
+LV_API uint32_t fgetm4(FILE *file) {
+    return fgetmi4(file, 0);
+}
 
 LV_API int parse_exif_data(FILE *file, int32_t /*ignored*/, int32_t order, int32_t base,
                            ExifInfo *info) {
@@ -188,18 +195,34 @@ LV_API int parse_gps_data(FILE *file, int32_t /*ignored*/, int32_t order, int32_
         uint32_t *rationals = nullptr;
         uint32_t most = 3;
         switch (e.tag) {
-        case 1: info->gpsLatitudeRef = e.raw[0]; return;
-        case 3: info->gpsLongitudeRef = e.raw[0]; return;
-        case 5: info->gpsAltitudeRef = e.raw[0]; return;
-        case 2: rationals = info->gpsLatitude; break;
-        case 4: rationals = info->gpsLongitude; break;
-        case 7: rationals = info->gpsTime; break;
-        case 6: rationals = info->gpsAltitude; most = 1; break;
+        case 1:
+            info->gpsLatitudeRef = e.raw[0];
+            return;
+        case 3:
+            info->gpsLongitudeRef = e.raw[0];
+            return;
+        case 5:
+            info->gpsAltitudeRef = e.raw[0];
+            return;
+        case 2:
+            rationals = info->gpsLatitude;
+            break;
+        case 4:
+            rationals = info->gpsLongitude;
+            break;
+        case 7:
+            rationals = info->gpsTime;
+            break;
+        case 6:
+            rationals = info->gpsAltitude;
+            most = 1;
+            break;
         case 29: // GPSDateStamp, "YYYY:MM:DD"
             if (sought && e.count >= 6)
                 read_text(file, info->gpsDate, e.count - 1 < 10 ? e.count - 1 : 10);
             return;
-        default: return;
+        default:
+            return;
         }
         if (!sought) return;
         const uint32_t n = e.count < most ? e.count : most;

@@ -25,7 +25,7 @@ LV_API int add_iptc_keyword(int32_t length, const uint8_t *iptc, int32_t keyword
         (keywordLength > 0 && !keyword) || (length > 0 && !iptc))
         return -1;
 
-    size_t at = 0; // where the new dataset goes in out
+    size_t at = 0;   // where the new dataset goes in out
     size_t kept = 0; // bytes of the old block before it
     if (length == 0) {
         // An empty block gets the record-version dataset first.

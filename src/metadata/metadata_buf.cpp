@@ -26,8 +26,7 @@ void to_rational(float value, int32_t *num, int32_t *den) {
 
 extern "C" {
 
-LV_API int32_t metadataBufFromExifInfo(const ExifInfo *info, MetadataBuf *meta,
-                                       MetadataGps *gps) {
+LV_API int32_t metadataBufFromExifInfo(const ExifInfo *info, MetadataBuf *meta, MetadataGps *gps) {
     if (!info || !meta) return 0;
     to_rational(info->exposureTime, &meta->shutterNum, &meta->shutterDen);
     to_rational(info->fNumber, &meta->apertureNum, &meta->apertureDen);

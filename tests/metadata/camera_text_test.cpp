@@ -19,8 +19,8 @@ Parsed describe(const std::string &text, int32_t length = -1) {
     std::memset(&p.info, 0, sizeof p.info);
     p.info.exposureTime = 9.0f; // sentinel: untouched unless a whole exposure is found
     lvtest::MemFile f(std::vector<uint8_t>(text.begin(), text.end()));
-    p.result = parse_image_description(f.get(), length < 0 ? int32_t(text.size()) : length,
-                                       &p.info);
+    p.result =
+        parse_image_description(f.get(), length < 0 ? int32_t(text.size()) : length, &p.info);
     return p;
 }
 
@@ -139,7 +139,8 @@ std::vector<uint8_t> dataset(uint8_t record, uint8_t number, const std::string &
 
 std::vector<uint8_t> block(std::initializer_list<std::vector<uint8_t>> sets) {
     std::vector<uint8_t> b;
-    for (const auto &s : sets) b.insert(b.end(), s.begin(), s.end());
+    for (const auto &s : sets)
+        b.insert(b.end(), s.begin(), s.end());
     return b;
 }
 
@@ -185,7 +186,7 @@ TEST(IptcKeyword, DatasetLengthsPastTheBlockAreRefused) {
 }
 
 class IptcFile : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         path_ = ::testing::TempDir() + "lv_iptc_block.bin";
         FILE *f = fopen(path_.c_str(), "wb");
@@ -206,9 +207,9 @@ TEST_F(IptcFile, ReadsTheBlockAtItsOffsetAndChecksItsMarker) {
     EXPECT_EQ(read_iptc(path_.c_str(), 20, 10, buf), 20);
     EXPECT_EQ(buf[0], 0x1C);
     EXPECT_EQ(buf[2], 25);
-    EXPECT_EQ(read_iptc(path_.c_str(), 20, 0, buf), -2); // not an IPTC block there
-    EXPECT_EQ(read_iptc(path_.c_str(), 35, 10, buf), -1); // runs off the end
-    EXPECT_EQ(read_iptc(path_.c_str(), 40, 0, buf), 0);   // as long as the file
+    EXPECT_EQ(read_iptc(path_.c_str(), 20, 0, buf), -2);   // not an IPTC block there
+    EXPECT_EQ(read_iptc(path_.c_str(), 35, 10, buf), -1);  // runs off the end
+    EXPECT_EQ(read_iptc(path_.c_str(), 40, 0, buf), 0);    // as long as the file
     EXPECT_EQ(read_iptc(path_.c_str(), 20, -41, buf), -1); // before the start
     EXPECT_EQ(read_iptc((path_ + ".none").c_str(), 20, 10, buf), -1);
 }

@@ -14,18 +14,17 @@ const char *const kBase =
     "--exif:orientation -GPS:all -XMP:all";
 
 TEST(CopyCommand, BothFlagsOffHasNeitherThumbnailNorTemperature) {
-    const std::string cmd = lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif",
-                                                      "/opt/tool", "/tmp/thumb.jpg",
-                                                      "Lumivantor 1.0", 0, 0);
-    EXPECT_EQ(cmd, std::string(kBase) +
-                       " --xmp-crs:AlreadyApplied -Software=\"Lumivantor 1.0\" "
-                       "\"/out/result.tif\"");
+    const std::string cmd =
+        lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif", "/opt/tool",
+                                  "/tmp/thumb.jpg", "Lumivantor 1.0", 0, 0);
+    EXPECT_EQ(cmd, std::string(kBase) + " --xmp-crs:AlreadyApplied -Software=\"Lumivantor 1.0\" "
+                                        "\"/out/result.tif\"");
 }
 
 TEST(CopyCommand, BothFlagsOnClearsTemperatureAndEmbedsTheThumbnail) {
-    const std::string cmd = lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif",
-                                                      "/opt/tool", "/tmp/thumb.jpg",
-                                                      "Lumivantor 1.0", 1, 7);
+    const std::string cmd =
+        lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif", "/opt/tool",
+                                  "/tmp/thumb.jpg", "Lumivantor 1.0", 1, 7);
     EXPECT_EQ(cmd, std::string(kBase) +
                        " --XMP:WhiteBalance -XMP:ColorTemperature= --xmp-crs:AlreadyApplied "
                        "-Software=\"Lumivantor 1.0\" \"-ThumbnailImage<=/tmp/thumb.jpg\" "
@@ -72,9 +71,9 @@ TEST(TagTables, HoldTheirNamesAndMatchWholeNamesOnly) {
     EXPECT_TRUE(shouldCopyTag("MaxAperture", table, n));
     EXPECT_TRUE(shouldCopyTag("FocalLengthIn35mmFilm", table, n));
     EXPECT_FALSE(shouldCopyTag("FocalLengthIn35mmFilm", table, n - 1)); // beyond count
-    EXPECT_FALSE(shouldCopyTag("Aperture", table + 1, n - 1)); // only "MaxAperture" left
-    EXPECT_FALSE(shouldCopyTag("ExposureTimeX", table, n));    // entry is a prefix
-    EXPECT_FALSE(shouldCopyTag("Flas", table, n));             // tag is a prefix
+    EXPECT_FALSE(shouldCopyTag("Aperture", table + 1, n - 1));          // only "MaxAperture" left
+    EXPECT_FALSE(shouldCopyTag("ExposureTimeX", table, n));             // entry is a prefix
+    EXPECT_FALSE(shouldCopyTag("Flas", table, n));                      // tag is a prefix
     EXPECT_FALSE(shouldCopyTag("Aperture", table, 0));
     EXPECT_FALSE(shouldCopyTag("Aperture", table, -3));
 }

@@ -83,10 +83,12 @@ TEST(DirectoryWalkRules, ShutterSpeedAndExposureIndexOnlyFillWhatIsMissing) {
     apex.rational(37377, 5907, 1000).rational(41493, 6400, 10, 5);
     const ExifInfo a = parse_directory(apex.bytes(0), LV_ORDER_INTEL, 0, 0, false);
     EXPECT_NEAR(a.exposureTime, 1.0 / 60.0, 1e-5); // 2^-5.907
-    EXPECT_EQ(a.isoSpeed, 640);                     // 6400 / 10, integer division
+    EXPECT_EQ(a.isoSpeed, 640);                    // 6400 / 10, integer division
 
     Dir both(true);
-    both.rational(37377, 5907, 1000).rational(33434, 1, 8).short_value(34855, 100)
+    both.rational(37377, 5907, 1000)
+        .rational(33434, 1, 8)
+        .short_value(34855, 100)
         .rational(41493, 800, 0, 5);
     const ExifInfo b = parse_directory(both.bytes(0), LV_ORDER_INTEL, 0, 0, false);
     EXPECT_FLOAT_EQ(b.exposureTime, 0.125f);
@@ -94,9 +96,9 @@ TEST(DirectoryWalkRules, ShutterSpeedAndExposureIndexOnlyFillWhatIsMissing) {
 
     Dir index_without_denominator(true);
     index_without_denominator.rational(41493, 800, 0, 5);
-    EXPECT_EQ(parse_directory(index_without_denominator.bytes(0), LV_ORDER_INTEL, 0, 0, false)
-                  .isoSpeed,
-              800);
+    EXPECT_EQ(
+        parse_directory(index_without_denominator.bytes(0), LV_ORDER_INTEL, 0, 0, false).isoSpeed,
+        800);
 
     // A zero shutter value gives no fallback at all.
     Dir zero(true);
@@ -153,7 +155,9 @@ TEST(HostileDirectories, LyingCountsAndOffsetsEndQuicklyWithEndOfFileValues) {
 
     // Offsets past the end, near 4 GB, or pointing back at the directory itself.
     Dir lies(true);
-    lies.raw(33434, 5, 1, 0xFFFFFFF0u).raw(33437, 5, 1, 0).raw(36867, 2, 0xFFFFFFFFu, 0)
+    lies.raw(33434, 5, 1, 0xFFFFFFF0u)
+        .raw(33437, 5, 1, 0)
+        .raw(36867, 2, 0xFFFFFFFFu, 0)
         .raw(37386, 5, 1, 7);
     info = parse_directory(lies.bytes(0), LV_ORDER_INTEL, 0, 0, false);
     EXPECT_EQ(info.exposureTime, 0.0f);

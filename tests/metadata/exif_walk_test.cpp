@@ -14,7 +14,9 @@ namespace {
 
 Dir camera_exif(bool little) {
     Dir d(little);
-    d.rational(33434, 1, 60).rational(33437, 8, 1).short_value(34855, 400)
+    d.rational(33434, 1, 60)
+        .rational(33437, 8, 1)
+        .short_value(34855, 400)
         .ascii(36867, "2022:01:02 03:04:05");
     return d;
 }
@@ -124,8 +126,10 @@ TEST(NightBracket, ExposuresReadFromTheCameraFilesStepByTwoStops) {
         const char *name;
         float exposure;
     };
-    const Frame frames[] = {{"IMG_3869", 1.0f / 250}, {"IMG_3871", 1.0f / 59},
-                            {"IMG_3873", 1.0f / 15},  {"IMG_3875", 1.0f / 4},
+    const Frame frames[] = {{"IMG_3869", 1.0f / 250},
+                            {"IMG_3871", 1.0f / 59},
+                            {"IMG_3873", 1.0f / 15},
+                            {"IMG_3875", 1.0f / 4},
                             {"IMG_3877", 1.0f}};
     for (const char *size : {"small", "full"}) {
         double previous = 0.0;

@@ -48,7 +48,7 @@ TEST(RationalForm, TruncationKeepsTheFloatsOwnError) {
     EXPECT_EQ(metadataBufFromExifInfo(&info, &m, nullptr), 100);
     EXPECT_EQ(m.shutterDen, 24999);
     EXPECT_EQ(m.apertureNum, 179);
-    EXPECT_EQ(m.focalNum, 0x11111111); // negative: unchanged
+    EXPECT_EQ(m.focalNum, 0x11111111);         // negative: unchanged
     EXPECT_EQ(m.focalPlaneXResNum, INT32_MAX); // beyond int32: held at its end
     info.exposureTime = 1e-12f;
     metadataBufFromExifInfo(&info, &m, nullptr);
@@ -61,7 +61,8 @@ TEST(RationalForm, CopiesTheOtherFieldsAndTheGpsPart) {
     info.descriptionKind = 2;
     info.focal35mm = 28;
     info.focalPlaneResUnit = 3;
-    for (int i = 0; i < 5; ++i) info.extraWords[i] = 10 + i;
+    for (int i = 0; i < 5; ++i)
+        info.extraWords[i] = 10 + i;
     info.extraFlagA = 7;
     info.extraFlagB = 8;
     std::strcpy(info.camera, "Camera");
@@ -116,7 +117,8 @@ TEST(BracketFold, KeepsOnlyWhatEveryFrameShares) {
         frames[i].focalNum = 425 + i; // not folded
     }
     MetadataBuf folded = frames[0];
-    for (const MetadataBuf &f : frames) EXPECT_EQ(constant_exif(&folded, &f), 1);
+    for (const MetadataBuf &f : frames)
+        EXPECT_EQ(constant_exif(&folded, &f), 1);
     EXPECT_EQ(folded.shutterNum, 0);
     EXPECT_EQ(folded.shutterDen, 0);
     EXPECT_EQ(folded.apertureNum, 180);

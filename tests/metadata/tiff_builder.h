@@ -14,7 +14,7 @@
 namespace lvtest {
 
 class Dir {
-public:
+  public:
     explicit Dir(bool little) : little_(little) {}
 
     // An entry whose value field holds `value` itself (in the file's byte order).
@@ -82,15 +82,19 @@ public:
     int32_t order() const { return little_ ? LV_ORDER_INTEL : 0x4D4D; }
 
     void append16(std::vector<uint8_t> &v, uint16_t x) const {
-        if (little_) v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8)});
-        else v.insert(v.end(), {uint8_t(x >> 8), uint8_t(x)});
+        if (little_)
+            v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8)});
+        else
+            v.insert(v.end(), {uint8_t(x >> 8), uint8_t(x)});
     }
     void append32(std::vector<uint8_t> &v, uint32_t x) const {
-        if (little_) v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8), uint8_t(x >> 16), uint8_t(x >> 24)});
-        else v.insert(v.end(), {uint8_t(x >> 24), uint8_t(x >> 16), uint8_t(x >> 8), uint8_t(x)});
+        if (little_)
+            v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8), uint8_t(x >> 16), uint8_t(x >> 24)});
+        else
+            v.insert(v.end(), {uint8_t(x >> 24), uint8_t(x >> 16), uint8_t(x >> 8), uint8_t(x)});
     }
 
-private:
+  private:
     struct Entry {
         uint16_t tag, type;
         uint32_t count, value;
@@ -121,7 +125,8 @@ inline std::vector<uint8_t> tiff_file(bool little, const Dir *exif, const Dir *g
     if (exif) head_dir.raw(0x8769, 4, 1, exif_at);
     if (gps) head_dir.raw(0x8825, 4, 1, gps_at);
 
-    std::vector<uint8_t> out = little ? std::vector<uint8_t>{'I', 'I'} : std::vector<uint8_t>{'M', 'M'};
+    std::vector<uint8_t> out =
+        little ? std::vector<uint8_t>{'I', 'I'} : std::vector<uint8_t>{'M', 'M'};
     head_dir.append16(out, 42);
     head_dir.append32(out, 8);
     auto d0 = head_dir.bytes(8);
@@ -147,10 +152,12 @@ inline std::vector<uint8_t> jpeg_file(const std::vector<uint8_t> &tiff) {
 
 // A read-only stream over a buffer, closed at the end of the scope.
 class MemFile {
-public:
+  public:
     explicit MemFile(std::vector<uint8_t> data) : data_(std::move(data)) {
-        if (data_.empty()) data_.push_back(0), size_ = 0;
-        else size_ = data_.size();
+        if (data_.empty())
+            data_.push_back(0), size_ = 0;
+        else
+            size_ = data_.size();
         file_ = fmemopen(data_.data(), size_ ? size_ : 1, "rb");
         if (file_ && size_ == 0) fgetc(file_); // an empty stream: already at its end
     }
@@ -161,7 +168,7 @@ public:
     MemFile &operator=(const MemFile &) = delete;
     FILE *get() const { return file_; }
 
-private:
+  private:
     std::vector<uint8_t> data_;
     size_t size_ = 0;
     FILE *file_ = nullptr;
@@ -174,8 +181,10 @@ inline ExifInfo parse_directory(const std::vector<uint8_t> &bytes, int32_t order
     std::memset(&info, 0, sizeof info);
     MemFile f(bytes);
     if (f.get() && fseek(f.get(), at, SEEK_SET) == 0) {
-        if (gps) parse_gps_data(f.get(), 0, order, base, &info);
-        else parse_exif_data(f.get(), 0, order, base, &info);
+        if (gps)
+            parse_gps_data(f.get(), 0, order, base, &info);
+        else
+            parse_exif_data(f.get(), 0, order, base, &info);
     }
     return info;
 }

@@ -16,10 +16,11 @@ namespace {
 // Files made by the metadata_exiftool_files test step, which ctest runs first and whose
 // folder it passes in LV_EXIF_FILES.
 class ExiftoolFiles : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         const char *dir = std::getenv("LV_EXIF_FILES");
-        if (!dir) GTEST_SKIP() << "LV_EXIF_FILES not set: run through ctest's metadata_exiftool_readback";
+        if (!dir)
+            GTEST_SKIP() << "LV_EXIF_FILES not set: run through ctest's metadata_exiftool_readback";
         dir_ = dir;
     }
     std::filesystem::path dir_;
@@ -52,7 +53,8 @@ TEST_F(ExiftoolFiles, ReadBackTheValuesTheToolWrote) {
         ASSERT_NE(f, nullptr);
         lvtool::find_exif_layout(f, &layout);
         fclose(f);
-        EXPECT_EQ(layout.order, name.rfind("le.", 0) == 0 ? LV_ORDER_INTEL : lvtool::kOrderMotorola);
+        EXPECT_EQ(layout.order,
+                  name.rfind("le.", 0) == 0 ? LV_ORDER_INTEL : lvtool::kOrderMotorola);
 
         EXPECT_NEAR(info.exposureTime, exposure, exposure * 1e-5);
         EXPECT_NEAR(info.fNumber, fnumber, fnumber * 1e-5);
