@@ -199,6 +199,17 @@ bool read_exif_memory(const uint8_t *data, size_t size, ExifInfo *info) {
     return read_exif(file.get(), info);
 }
 
+bool read_metadata_file(const char *path, MetadataBuf *meta, MetadataGps *gps) {
+    if (!meta) return false;
+    std::memset(meta, 0, sizeof *meta);
+    meta->colorProfile = -1;
+    if (gps) std::memset(gps, 0, sizeof *gps);
+    ExifInfo info;
+    const bool found = read_exif_file(path, &info);
+    if (found) metadataBufFromExifInfo(&info, meta, gps);
+    return found;
+}
+
 void exposure_record(const MetadataBuf &meta, float record[7]) {
     record[0] = float(meta.shutterNum);
     record[1] = float(meta.shutterDen);

@@ -39,6 +39,10 @@ bool read_exif_file(const char *path, ExifInfo *info);
 // The same for a file held in memory.
 bool read_exif_memory(const uint8_t *data, size_t size, ExifInfo *info);
 
+// Reads a file's capture metadata straight into the Radiance writer's rational form and
+// its GPS part (gps may be null). meta is cleared first; its colour profile is -1, none.
+bool read_metadata_file(const char *path, MetadataBuf *meta, MetadataGps *gps);
+
 // The seven-float exposure record of a frame (exposure and aperture rationals, shutter
 // APEX in thousandths, ISO, spare) from the rational form of its metadata.
 void exposure_record(const MetadataBuf &meta, float record[7]);

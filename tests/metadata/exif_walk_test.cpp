@@ -152,8 +152,11 @@ TEST(NightBracket, ExposuresReadFromTheCameraFilesStepByTwoStops) {
             EXPECT_EQ(info.isoSpeed, 1000);
 
             MetadataBuf meta;
-            std::memset(&meta, 0, sizeof meta);
-            metadataBufFromExifInfo(&info, &meta, nullptr);
+            MetadataGps gps;
+            ASSERT_TRUE(lvtool::read_metadata_file(path.c_str(), &meta, &gps));
+            EXPECT_EQ(meta.iso, 1000);
+            EXPECT_EQ(meta.apertureNum, 179); // f/1.8 as a float, truncated
+            EXPECT_STREQ(meta.captureDate, info.captureDate);
             float record[7];
             lvtool::exposure_record(meta, record);
             const double exposure = relative_exposure(record);
