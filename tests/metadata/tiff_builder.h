@@ -17,149 +17,110 @@ class Dir {
   public:
     explicit Dir(bool little) : little_(little) {}
 
-    // An entry whose value field holds `value` itself (in the file's byte order).
+    // An entry whose value field holds `value` itself.
     Dir &raw(uint16_t tag, uint16_t type, uint32_t count, uint32_t value) {
-        entries_.push_back({tag, type, count, value, {}, false});
+        entries_.push_back({tag, type, count, value, {}});
         return *this;
     }
-    // A short kept in the first two bytes of the value field.
-    Dir &short_value(uint16_t tag, uint16_t value) {
-        return raw(tag, 3, 1, little_ ? value : uint32_t(value) << 16);
+    // A short in the first two bytes of the value field.
+    Dir &short_value(uint16_t tag, uint16_t v) { return raw(tag, 3, 1, little_ ? v : v << 16); }
+    // A letter in the first byte of the value field.
+    Dir &letter(uint16_t tag, char c) {
+        return raw(tag, 2, 2, little_ ? uint8_t(c) : uint32_t(c) << 24);
     }
-    // Signed or unsigned rationals stored behind an offset.
+    // Rationals behind an offset.
     Dir &rationals(uint16_t tag, std::vector<std::pair<int64_t, int64_t>> r, uint16_t type = 5) {
         std::vector<uint8_t> blob;
         for (auto [n, d] : r) {
-            append32(blob, uint32_t(n));
-            append32(blob, uint32_t(d));
+            put32(blob, uint32_t(n));
+            put32(blob, uint32_t(d));
         }
-        entries_.push_back({tag, type, uint32_t(r.size()), 0, blob, true});
+        entries_.push_back({tag, type, uint32_t(r.size()), 0, blob});
         return *this;
     }
-    Dir &rational(uint16_t tag, int64_t n, int64_t d, uint16_t type = 10) {
-        return rationals(tag, {{n, d}}, type);
-    }
-    // Text with its terminating zero; short texts stay in the value field.
+    Dir &rational(uint16_t tag, int64_t n, int64_t d) { return rationals(tag, {{n, d}}, 10); }
+    // Text of five bytes or more, with its zero, behind an offset.
     Dir &ascii(uint16_t tag, const std::string &text) {
         std::vector<uint8_t> blob(text.begin(), text.end());
         blob.push_back(0);
-        if (blob.size() <= 4) {
-            uint8_t field[4] = {};
-            std::memcpy(field, blob.data(), blob.size());
-            entries_.push_back({tag, 2, uint32_t(blob.size()), 0, {}, false, true});
-            std::memcpy(entries_.back().inline_bytes, field, 4);
-            return *this;
-        }
-        entries_.push_back({tag, 2, uint32_t(blob.size()), 0, blob, true});
+        entries_.push_back({tag, 2, uint32_t(blob.size()), 0, blob});
         return *this;
     }
 
-    // The directory placed at offset `at` from the base, its value data right behind it.
+    // The directory placed at offset `at` from the base, its values right behind it.
     std::vector<uint8_t> bytes(uint32_t at) const {
-        std::vector<uint8_t> out;
-        append16(out, uint16_t(entries_.size()));
-        uint32_t data_at = at + 2 + 12 * uint32_t(entries_.size()) + 4;
-        std::vector<uint8_t> data;
-        for (const auto &e : entries_) {
-            append16(out, e.tag);
-            append16(out, e.type);
-            append32(out, e.count);
-            if (e.in_data) {
-                append32(out, data_at + uint32_t(data.size()));
-                data.insert(data.end(), e.blob.begin(), e.blob.end());
-            } else if (e.use_inline_bytes) {
-                out.insert(out.end(), e.inline_bytes, e.inline_bytes + 4);
-            } else {
-                append32(out, e.value);
-            }
+        std::vector<uint8_t> out, data;
+        put16(out, uint16_t(entries_.size()));
+        const uint32_t data_at = at + 6 + 12 * uint32_t(entries_.size());
+        for (const Entry &e : entries_) {
+            put16(out, e.tag);
+            put16(out, e.type);
+            put32(out, e.count);
+            put32(out, e.blob.empty() ? e.value : data_at + uint32_t(data.size()));
+            data.insert(data.end(), e.blob.begin(), e.blob.end());
         }
-        append32(out, 0);
+        put32(out, 0);
         out.insert(out.end(), data.begin(), data.end());
         return out;
     }
 
-    bool little() const { return little_; }
     int32_t order() const { return little_ ? LV_ORDER_INTEL : 0x4D4D; }
-
-    void append16(std::vector<uint8_t> &v, uint16_t x) const {
-        if (little_)
-            v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8)});
-        else
-            v.insert(v.end(), {uint8_t(x >> 8), uint8_t(x)});
-    }
-    void append32(std::vector<uint8_t> &v, uint32_t x) const {
-        if (little_)
-            v.insert(v.end(), {uint8_t(x), uint8_t(x >> 8), uint8_t(x >> 16), uint8_t(x >> 24)});
-        else
-            v.insert(v.end(), {uint8_t(x >> 24), uint8_t(x >> 16), uint8_t(x >> 8), uint8_t(x)});
-    }
+    void put16(std::vector<uint8_t> &v, uint16_t x) const { put(v, x, 2); }
+    void put32(std::vector<uint8_t> &v, uint32_t x) const { put(v, x, 4); }
 
   private:
+    void put(std::vector<uint8_t> &v, uint32_t x, int n) const {
+        for (int i = 0; i < n; ++i)
+            v.push_back(uint8_t(x >> 8 * (little_ ? i : n - 1 - i)));
+    }
     struct Entry {
         uint16_t tag, type;
         uint32_t count, value;
         std::vector<uint8_t> blob;
-        bool in_data;
-        bool use_inline_bytes = false;
-        uint8_t inline_bytes[4] = {};
     };
     bool little_;
     std::vector<Entry> entries_;
 };
 
-// A TIFF: header, a first directory pointing at the EXIF and GPS directories (either may
-// be absent) and naming the camera, then those directories.
-inline std::vector<uint8_t> tiff_file(bool little, const Dir *exif, const Dir *gps,
-                                      const std::string &model = "Test Camera") {
+// A TIFF whose first directory names the camera and points at the EXIF and GPS
+// directories that follow it (either may be null).
+inline std::vector<uint8_t> tiff_file(bool little, const Dir *exif, const Dir *gps) {
+    const std::string model = "Test Camera";
+    const uint32_t ifd0_size = 6 + 12 * (1 + !!exif + !!gps) + uint32_t(model.size()) + 1;
+    const auto exif_bytes = exif ? exif->bytes(8 + ifd0_size) : std::vector<uint8_t>{};
+    const uint32_t gps_at = 8 + ifd0_size + uint32_t(exif_bytes.size());
     Dir ifd0(little);
     ifd0.ascii(0x0110, model);
-    // Pointers are filled once the first directory's size is known.
-    if (exif) ifd0.raw(0x8769, 4, 1, 0);
-    if (gps) ifd0.raw(0x8825, 4, 1, 0);
-    const uint32_t ifd0_size = uint32_t(ifd0.bytes(8).size());
-    uint32_t exif_at = 8 + ifd0_size;
-    std::vector<uint8_t> exif_bytes = exif ? exif->bytes(exif_at) : std::vector<uint8_t>{};
-    uint32_t gps_at = exif_at + uint32_t(exif_bytes.size());
-    Dir head_dir(little);
-    head_dir.ascii(0x0110, model);
-    if (exif) head_dir.raw(0x8769, 4, 1, exif_at);
-    if (gps) head_dir.raw(0x8825, 4, 1, gps_at);
+    if (exif) ifd0.raw(0x8769, 4, 1, 8 + ifd0_size);
+    if (gps) ifd0.raw(0x8825, 4, 1, gps_at);
 
-    std::vector<uint8_t> out =
-        little ? std::vector<uint8_t>{'I', 'I'} : std::vector<uint8_t>{'M', 'M'};
-    head_dir.append16(out, 42);
-    head_dir.append32(out, 8);
-    auto d0 = head_dir.bytes(8);
-    out.insert(out.end(), d0.begin(), d0.end());
-    out.insert(out.end(), exif_bytes.begin(), exif_bytes.end());
-    if (gps) {
-        auto g = gps->bytes(gps_at);
-        out.insert(out.end(), g.begin(), g.end());
-    }
+    std::vector<uint8_t> out = {uint8_t(little ? 'I' : 'M'), uint8_t(little ? 'I' : 'M')};
+    ifd0.put16(out, 42);
+    ifd0.put32(out, 8);
+    for (const auto &part :
+         {ifd0.bytes(8), exif_bytes, gps ? gps->bytes(gps_at) : std::vector<uint8_t>{}})
+        out.insert(out.end(), part.begin(), part.end());
     return out;
 }
 
-// A JPEG whose APP1 "Exif" segment holds `tiff`, behind an APP0 segment, followed by a
-// start of scan and the end marker.
+// A JPEG: APP0, then an APP1 "Exif" segment holding `tiff` at offset 21, then the scan.
 inline std::vector<uint8_t> jpeg_file(const std::vector<uint8_t> &tiff) {
     std::vector<uint8_t> out = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x07, 'J', 'F', 'I', 'F', 0};
-    const size_t len = 2 + 6 + tiff.size();
-    out.insert(out.end(), {0xFF, 0xE1, uint8_t(len >> 8), uint8_t(len), 'E', 'x', 'i', 'f', 0, 0});
+    const size_t len = 8 + tiff.size();
+    for (int b :
+         {0xFF, 0xE1, int(len >> 8), int(len & 0xFF), 'E' + 0, 'x' + 0, 'i' + 0, 'f' + 0, 0, 0})
+        out.push_back(b);
     out.insert(out.end(), tiff.begin(), tiff.end());
-    out.insert(out.end(), {0xFF, 0xDA, 0x00, 0x02, 0xFF, 0xD9});
+    for (uint8_t b : {0xFF, 0xDA, 0x00, 0x02, 0xFF, 0xD9})
+        out.push_back(b);
     return out;
 }
 
-// A read-only stream over a buffer, closed at the end of the scope.
+// A read-only stream over a copy of the bytes; null for no bytes.
 class MemFile {
   public:
     explicit MemFile(std::vector<uint8_t> data) : data_(std::move(data)) {
-        if (data_.empty())
-            data_.push_back(0), size_ = 0;
-        else
-            size_ = data_.size();
-        file_ = fmemopen(data_.data(), size_ ? size_ : 1, "rb");
-        if (file_ && size_ == 0) fgetc(file_); // an empty stream: already at its end
+        file_ = data_.empty() ? nullptr : fmemopen(data_.data(), data_.size(), "rb");
     }
     ~MemFile() {
         if (file_) fclose(file_);
@@ -170,22 +131,17 @@ class MemFile {
 
   private:
     std::vector<uint8_t> data_;
-    size_t size_ = 0;
     FILE *file_ = nullptr;
 };
 
-// Zeroed record, then the directory walk of `bytes` from offset `at`, offsets from `base`.
+// A zeroed record, then the EXIF (or GPS) walk of `bytes` from offset `at`.
 inline ExifInfo parse_directory(const std::vector<uint8_t> &bytes, int32_t order, long at,
                                 int32_t base, bool gps) {
     ExifInfo info;
     std::memset(&info, 0, sizeof info);
     MemFile f(bytes);
-    if (f.get() && fseek(f.get(), at, SEEK_SET) == 0) {
-        if (gps)
-            parse_gps_data(f.get(), 0, order, base, &info);
-        else
-            parse_exif_data(f.get(), 0, order, base, &info);
-    }
+    if (f.get() && fseek(f.get(), at, SEEK_SET) == 0)
+        (gps ? parse_gps_data : parse_exif_data)(f.get(), 0, order, base, &info);
     return info;
 }
 
