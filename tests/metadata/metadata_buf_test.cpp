@@ -7,26 +7,26 @@
 
 namespace {
 
-TEST(RationalForm, TwoDecimalsAboveOneHundredthsBelowAndTheFloatsOwnError) {
+TEST(RationalForm, TwoDecimalsAboveOneHundredthsBelowFromTheDecimalTheCameraMeant) {
     ExifInfo info;
     std::memset(&info, 0, sizeof info);
     info.exposureTime = 0.125f;
-    info.fNumber = 1.8f; // stored a hair below 1.8: truncates to 179
+    info.fNumber = 1.8f; // stored a hair below 1.8, still f/1.8
     info.focalLength = -3.0f;
     info.focalPlaneXRes = 1e30f;
     MetadataBuf m;
     std::memset(&m, 0x11, sizeof m); // pairs that a value can't convert keep this
     EXPECT_EQ(metadataBufFromExifInfo(&info, &m, nullptr), 100);
     EXPECT_EQ(m.shutterDen, 800);
-    EXPECT_EQ(m.apertureNum, 179);
+    EXPECT_EQ(m.apertureNum, 180);
     EXPECT_EQ(m.apertureDen, 100);
     EXPECT_EQ(m.focalNum, 0x11111111);         // negative: unchanged
     EXPECT_EQ(m.focalPlaneXResNum, INT32_MAX); // beyond int32: held at its end
 
-    info.exposureTime = 1.0f / 250; // stored a hair above 0.004
+    info.exposureTime = 1.0f / 250; // stored a hair above 0.004, still 1/250 s
     info.focalLength = 4.25f;
     metadataBufFromExifInfo(&info, &m, nullptr);
-    EXPECT_EQ(m.shutterDen, 24999);
+    EXPECT_EQ(m.shutterDen, 25000);
     EXPECT_EQ(m.focalNum, 425);
 }
 
