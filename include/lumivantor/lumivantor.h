@@ -4,5 +4,6 @@
 
 #include "frame.h"
 #include "fileio.h"
+#include "merge.h"
 
 #endif
