@@ -67,8 +67,9 @@ LV_API int lv_io_read_rgbe(int width, int height, const char *path, unsigned cha
 LV_API int decomp2(const char *path, const int32_t *dims, unsigned char *pixels);
 /* lv_io_read_rgbe(dims[0], dims[1], path, pixels), the name the tone mappers use. */
 LV_API int decomp_rle(const char *path, const int32_t *dims, unsigned char *pixels);
-/* Reads a nearest-sampled planar preview of previewWidth x previewHeight; returns the source
- * rows walked (height + 1 when the preview filled up) or a code as lv_io_read_rgbe. */
+/* Reads a nearest-sampled planar preview of previewWidth x previewHeight (4 * previewWidth
+ * bytes a row); returns the source rows walked (height + 1 when the preview filled up), -200
+ * for another size, -1 for an unreadable file or an empty preview, or a scanline code. */
 LV_API int lv_io_read_preview_rgbe(int width, int height, int previewWidth, int previewHeight,
                                    const char *path, unsigned char *pixels);
 /* Writes planar pixels as a run-length coded .hdr with the capture metadata (meta may be

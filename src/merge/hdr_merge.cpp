@@ -136,7 +136,9 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
         // image to 60160 for the brightest, which is trusted least near white.
         for (int i = 0; i < n; ++i) {
             const double l = exposures ? std::log2(static_cast<double>(exposures[i])) : 0.0;
-            centre[i] = lo < hi ? static_cast<int32_t>((lo - l) / (hi - lo) * 3840.0 + 64000.0) : 64000;
+            const double at = lo < hi ? (lo - l) / (hi - lo) * 3840.0 + 64000.0 : 64000.0;
+            // An exposure of 0 or infinity has no place on the line; it keeps the default.
+            centre[i] = std::isfinite(at) ? static_cast<int32_t>(at) : 64000;
         }
     }
 

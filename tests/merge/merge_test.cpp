@@ -352,3 +352,12 @@ TEST(Merge, DisplayViewMapsTheNormToMidGrey) {
     EXPECT_EQ(bgr[3] + bgr[4] + bgr[5], 0);
     EXPECT_EQ(rgbe_rep(2, 0, 8, rgbe.data(), bgr, 1.0f), 0);
 }
+
+// The sanitizer build catches a NaN clipping limit turned into an integer.
+TEST(Merge, ZeroExposureDoesNotBreakTheClippingLimits) {
+    const Bytes img = {100, 120, 140, 30, 40, 50};
+    float curve[256], stats[3], exposures[2] = {0, 4};
+    Bytes out(4);
+    EXPECT_EQ(lv_hdr_merge(nullptr, 0, 2, 1, 1, 3, 8, 0, -1.0f, curve, exposures, img.data(),
+                           stats, out.data()), 1);
+}
