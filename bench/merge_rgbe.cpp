@@ -65,7 +65,8 @@ int main(int argc, char **argv) {
 
     // Exposures 2 stops apart, darkest first, as in the night bracket.
     std::vector<float> exposures(n), curve(256);
-    for (int i = 0; i < n; ++i) exposures[i] = static_cast<float>(1 << (2 * i));
+    for (int i = 0; i < n; ++i)
+        exposures[i] = static_cast<float>(1 << (2 * i));
     float stats[3];
     const long before = peak_kb();
     const double merge = best_of(repeats, [&] {
@@ -74,7 +75,8 @@ int main(int argc, char **argv) {
     });
     const long extra = peak_kb() - before;
     const double write = best_of(repeats, [&] {
-        if (lv_io_rgbe_write(hdr, width, height, nullptr, 0, nullptr, out.data()) != height) exit(1);
+        if (lv_io_rgbe_write(hdr, width, height, nullptr, 0, nullptr, out.data()) != height)
+            exit(1);
     });
     const double read = best_of(repeats, [&] {
         if (lv_io_read_rgbe(width, height, hdr, back.data()) != height) exit(1);
@@ -87,7 +89,7 @@ int main(int argc, char **argv) {
     printf("lv_merge %.4f\nlv_write %.4f\nlv_read %.4f\n", merge, write, read);
     printf("# merge %.1f MP/s (%d frames of %.1f MP), write %.1f MP/s, read %.1f MP/s\n",
            mp / merge, n, mp, mp / write, mp / read);
-    printf("# merge peak memory beyond the caller's buffers: %ld kB (weight tables %d kB)\n",
-           extra, n * 256);
+    printf("# merge peak memory beyond the caller's buffers: %ld kB (weight tables %d kB)\n", extra,
+           n * 256);
     return 0;
 }

@@ -29,8 +29,8 @@ LV_API int mediane_images(int n, int width, int height, int rowSamples, int samp
                           const void *images, int32_t *measure);
 /* Measures the images and orders them brightest first into order[n]; returns n, 0 for
  * n < 1, -4 for a failed allocation or a null measure. */
-LV_API int classementImages(int n, int width, int height, int samples, int bits,
-                            const void *images, int32_t *measure, int32_t *order);
+LV_API int classementImages(int n, int width, int height, int samples, int bits, const void *images,
+                            int32_t *measure, int32_t *order);
 /* Exposure factors from brightness measures (mode 0), or whole stops in rank order (other
  * modes); step > 0 means an even bracket of step stops. Returns n, 0 for n < 1. */
 LV_API int guess_ev(int mode, int n, int32_t *measure, float *exposures, float step);
@@ -51,8 +51,8 @@ LV_API int rempliPenteExposition(float *table);
 
 /* Estimates the gamma of a bracket with known exposures and writes sample curve points and
  * a head of three summary values into curve[256]; returns gamma * 1000, or -1. */
-LV_API int calc_courbe(int n, int width, int height, int bits, int samples,
-                       const float *exposures, const void *images, float *curve);
+LV_API int calc_courbe(int n, int width, int height, int bits, int samples, const float *exposures,
+                       const void *images, float *curve);
 /* Expands a gamma in thousandths into curve[256] = scale * code^gamma; returns 256. */
 LV_API int gen_courbe(int gammaMilli, float *curve, float scale);
 /* Mean sample level of an image over a sparse grid; 0 for a depth other than 8 or 16 or no

@@ -78,8 +78,8 @@ extern "C" LV_API int rgbe_dim(const char *path, float *primaries, ImageFileInfo
     char line[lv::kHeaderLine];
     const int lines = lv::walk_header(f.get(), line, [&](const char *text) {
         float p[8];
-        if (sscanf(text, "PRIMARIES= %f %f %f %f %f %f %f %f", &p[0], &p[1], &p[2], &p[3],
-                   &p[4], &p[5], &p[6], &p[7]) == 8) {
+        if (sscanf(text, "PRIMARIES= %f %f %f %f %f %f %f %f", &p[0], &p[1], &p[2], &p[3], &p[4],
+                   &p[5], &p[6], &p[7]) == 8) {
             memcpy(values, p, sizeof values);
             info->profileLength = 32; // the size of the primaries block
         }
@@ -131,7 +131,8 @@ extern "C" LV_API int extract_rgbe_exif(const char *path, MetadataBuf *meta) {
         if (sscanf(text, "APERTURE=%f", &v) == 1)
             set_ratio(v, &meta->apertureNum, &meta->apertureDen);
         if (sscanf(text, "ISO=%d", &iso) == 1) meta->iso = iso;
-        if (sscanf(text, "FOCAL_LENGTH=%f", &v) == 1) set_ratio(v, &meta->focalNum, &meta->focalDen);
+        if (sscanf(text, "FOCAL_LENGTH=%f", &v) == 1)
+            set_ratio(v, &meta->focalNum, &meta->focalDen);
     });
     return lines < 0 ? -1 : lines;
 }

@@ -50,8 +50,10 @@ extern "C" LV_API int lv_io_read_rgbe(int width, int height, const char *path,
     int fileWidth = 0, fileHeight = 0;
     if (!read_dimensions(f.get(), &fileWidth, &fileHeight)) return -1;
     if (fileWidth != width || fileHeight != height) {
-        fprintf(stderr, "lv_io_read_rgbe - dim found in Radiance file is %d x %d  while should be %d x %d\n",
-                fileWidth, fileHeight, width, height);
+        fprintf(
+            stderr,
+            "lv_io_read_rgbe - dim found in Radiance file is %d x %d  while should be %d x %d\n",
+            fileWidth, fileHeight, width, height);
         return -200;
     }
     const int rle = lv::rgbe_peek_rle(f.get());
@@ -125,7 +127,8 @@ extern "C" LV_API int lv_io_read_preview_rgbe(int width, int height, int preview
                 for (int i = 0; i < previewWidth; ++i) {
                     int col = static_cast<int>(xs * static_cast<float>(i));
                     if (col > width - 1) col = width - 1;
-                    for (int p = 0; p < 4; ++p) out[p * previewWidth + i] = quads[4 * col + p];
+                    for (int p = 0; p < 4; ++p)
+                        out[p * previewWidth + i] = quads[4 * col + p];
                 }
             }
         } else {
@@ -143,14 +146,17 @@ extern "C" LV_API int lv_io_read_preview_rgbe(int width, int height, int preview
                 rc = lv::rgbe_decode_planes(
                     src, width,
                     [&](int plane, int x, const uint8_t *bytes, int count) {
-                        for (int i = 0; i < count; ++i) put(plane, x + i, bytes[i]);
+                        for (int i = 0; i < count; ++i)
+                            put(plane, x + i, bytes[i]);
                     },
                     [&](int plane, int x, uint8_t value, int count) {
-                        for (int i = 0; i < count; ++i) put(plane, x + i, value);
+                        for (int i = 0; i < count; ++i)
+                            put(plane, x + i, value);
                     });
             else
                 rc = lv::rgbe_decode_planes(
-                    src, width, [](int, int, const uint8_t *, int) {}, [](int, int, uint8_t, int) {});
+                    src, width, [](int, int, const uint8_t *, int) {},
+                    [](int, int, uint8_t, int) {});
             if (rc < 0) return rc;
         }
         if (keep) {

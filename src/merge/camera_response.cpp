@@ -34,7 +34,9 @@ std::vector<int> rank_below(int n, const int *values) {
 }
 
 // Pairs near mid-grey count most.
-int mid_weight(int m) { return m <= 128 ? m : 255 - m; }
+int mid_weight(int m) {
+    return m <= 128 ? m : 255 - m;
+}
 
 } // namespace
 
@@ -77,7 +79,8 @@ extern "C" LV_API int calc_courbe(int n, int width, int height, int bits, int sa
     std::vector<int> mean(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) {
         long long s = 0;
-        for (int k = 0; k < K; ++k) s += sum3[static_cast<size_t>(k) * n + i];
+        for (int k = 0; k < K; ++k)
+            s += sum3[static_cast<size_t>(k) * n + i];
         mean[i] = static_cast<int>(s / (3LL * K));
     }
     const std::vector<int> rank = rank_below(n, mean.data());
@@ -99,7 +102,8 @@ extern "C" LV_API int calc_courbe(int n, int width, int height, int bits, int sa
                 ++skipped;
         }
         if (K - skipped <= 0) continue;
-        const double g = std::log(static_cast<double>(exposures[A]) / exposures[B]) * sum / (K - skipped);
+        const double g =
+            std::log(static_cast<double>(exposures[A]) / exposures[B]) * sum / (K - skipped);
         if (g > 1.0 && g < 3.2) {
             const int w = static_cast<int>(0.5 * (mid_weight(mean[A]) + mid_weight(mean[B])));
             weighted += w * g;
@@ -115,9 +119,10 @@ extern "C" LV_API int calc_courbe(int n, int width, int height, int bits, int sa
     for (int k = 0; k < K; ++k) {
         const int *L = &level[static_cast<size_t>(k) * n];
         for (int i = 0; i < n; ++i)
-            v[i] = (L[i] >= 37 && L[i] <= 199)
-                       ? std::pow(static_cast<double>(L[i]), static_cast<double>(gamma)) / exposures[i]
-                       : 0.0;
+            v[i] =
+                (L[i] >= 37 && L[i] <= 199)
+                    ? std::pow(static_cast<double>(L[i]), static_cast<double>(gamma)) / exposures[i]
+                    : 0.0;
         for (int i = 0; i < n; ++i)
             for (int j = i + 1; j < n; ++j) {
                 if (!(v[i] > 0.0 && v[j] > 0.0)) continue;
@@ -138,10 +143,12 @@ extern "C" LV_API int calc_courbe(int n, int width, int height, int bits, int sa
 
 extern "C" LV_API int gen_courbe(int gammaMilli, float *curve, float scale) {
     const double p = gammaMilli * 0.001;
-    for (int i = 1; i <= 252; ++i) curve[i] = static_cast<float>(scale * std::pow(static_cast<double>(i), p));
+    for (int i = 1; i <= 252; ++i)
+        curve[i] = static_cast<float>(scale * std::pow(static_cast<double>(i), p));
     // log2(code) / 1000 for the three top codes.
     static const double top[3] = {0.00798299357469431, 0.007988684686772166, 0.007994353436858857};
-    for (int i = 0; i < 3; ++i) curve[253 + i] = static_cast<float>(scale * std::pow(2.0, gammaMilli * top[i]));
+    for (int i = 0; i < 3; ++i)
+        curve[253 + i] = static_cast<float>(scale * std::pow(2.0, gammaMilli * top[i]));
     curve[0] = curve[1]; // code 0 is no darker than code 1
     return 256;
 }
@@ -155,7 +162,8 @@ extern "C" LV_API int moy_image(int width, int height, int rowSamples, int sampl
     for (int y = 0; y < height; y += height / 50 + 1)
         for (int x = 0; x < width; x += width / 50 + 1) {
             const size_t p = static_cast<size_t>(y) * rowSamples + static_cast<size_t>(x) * samples;
-            for (int s = 0; s < take; ++s) sum += static_cast<float>(lv::level8(image, p + s, bits));
+            for (int s = 0; s < take; ++s)
+                sum += static_cast<float>(lv::level8(image, p + s, bits));
             ++sites;
         }
     if (sites == 0) return 0;
@@ -181,7 +189,8 @@ extern "C" LV_API int trc_from_profile(const unsigned char *profile, int length,
     int pos = 0;
     for (; pos <= length - 13; ++pos) {
         const unsigned char *t = profile + pos;
-        if ((t[0] == 'r' || t[0] == 'g' || t[0] == 'b') && t[1] == 'T' && t[2] == 'R' && t[3] == 'C') {
+        if ((t[0] == 'r' || t[0] == 'g' || t[0] == 'b') && t[1] == 'T' && t[2] == 'R' &&
+            t[3] == 'C') {
             const uint32_t offset = be32(t + 4);
             // Only a curve of one entry is a plain gamma; a tag pointing outside the profile
             // is read as no such curve.

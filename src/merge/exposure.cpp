@@ -34,7 +34,8 @@ void repair_order(int n, int32_t *order) {
 // Selection sort, largest first: each pass takes the earliest largest value above floor and
 // overwrites it with sentinel (which lies at or below floor). A pass that finds nothing
 // repeats the previous index; the repair then fills in the missing ones.
-template <class T> void select_descending(int n, std::vector<T> &work, T floor, T sentinel, int32_t *order) {
+template <class T>
+void select_descending(int n, std::vector<T> &work, T floor, T sentinel, int32_t *order) {
     int32_t last = 0;
     for (int k = 0; k < n; ++k) {
         T best = floor;
@@ -71,7 +72,8 @@ struct SlopeTable {
                                                          (knot[s + 1] - knot[s]));
         v[65280] = 6.0f;
         // Midpoints above 65280 read no slope at all, so such steps add no stops.
-        for (int i = 65281; i < 65536; ++i) v[i] = 0.0f;
+        for (int i = 65281; i < 65536; ++i)
+            v[i] = 0.0f;
     }
 };
 
@@ -109,7 +111,8 @@ int guess_ev_body(int mode, int n, int32_t *measure, float *exposures, float ste
     if (step > 0.0f) {
         for (int k = 0; k < n; ++k) {
             if (traced) printf("guess_ev k=%d\n", k);
-            exposures[order[k]] = static_cast<float>(std::pow(2.0, (half - k) * static_cast<double>(step)));
+            exposures[order[k]] =
+                static_cast<float>(std::pow(2.0, (half - k) * static_cast<double>(step)));
         }
         return n;
     }
@@ -136,8 +139,9 @@ int guess_ev_body(int mode, int n, int32_t *measure, float *exposures, float ste
     float acc = 0.0f;
     for (int i = half + 1; i < n; ++i) { // darker ranks
         if (traced) printf("guess_evkm k=%d\n", i);
-        if (traced) printf("moy1=%d\nmoy2=%d\nmoy3=%d\n", static_cast<int>(m[i - 1]),
-                           static_cast<int>(m[i]), static_cast<int>((m[i - 1] + m[i]) * 0.5f));
+        if (traced)
+            printf("moy1=%d\nmoy2=%d\nmoy3=%d\n", static_cast<int>(m[i - 1]),
+                   static_cast<int>(m[i]), static_cast<int>((m[i - 1] + m[i]) * 0.5f));
         acc = step_stops(acc, m[i - 1], m[i]);
         ev[i] = acc;
     }
@@ -170,9 +174,9 @@ int32_t measure_image(const void *img, int width, int height, int rowSamples, in
         const size_t row = static_cast<size_t>(y) * rowSamples;
         for (int x = 0; x < width; ++x) {
             const size_t p = row + static_cast<size_t>(x) * samples;
-            const unsigned lum = lv::grey256(lv::level8(img, p + c.r, bits),
-                                                lv::level8(img, p + c.g, bits),
-                                                lv::level8(img, p + c.b, bits));
+            const unsigned lum =
+                lv::grey256(lv::level8(img, p + c.r, bits), lv::level8(img, p + c.g, bits),
+                            lv::level8(img, p + c.b, bits));
             ++hist[lum >> 8];
         }
     }
@@ -212,7 +216,8 @@ extern "C" LV_API int get_ev(int n, float *records) {
         if (expDen == 0 && expNum == 0) {
             factor = static_cast<float>(std::pow(2.0, 0.001 * apex));
         } else {
-            const float t = expDen == 0 ? 0.0f : static_cast<float>(expNum) / static_cast<float>(expDen);
+            const float t =
+                expDen == 0 ? 0.0f : static_cast<float>(expNum) / static_cast<float>(expDen);
             const float N = (apNum == 0 || apDen == 0)
                                 ? 8.0f
                                 : static_cast<float>(apNum) / static_cast<float>(apDen);
@@ -263,7 +268,8 @@ extern "C" LV_API int fClassementCroissant(int n, const float *values, int32_t *
     std::vector<float> work(values, values + n);
     std::vector<int32_t> desc(static_cast<size_t>(n));
     select_descending<float>(n, work, -1e8f, -1e8f, desc.data());
-    for (int k = 0; k < n; ++k) order[k] = desc[n - 1 - k];
+    for (int k = 0; k < n; ++k)
+        order[k] = desc[n - 1 - k];
     return n;
 }
 
@@ -322,8 +328,7 @@ extern "C" LV_API int test_overexposureLevel(int n, int width, int height, int s
 extern "C" LV_API int rempliPenteExposition(float *table) {
     static const int knot[14] = {0,      0x2800, 0x3C00, 0x5000, 0x5A00, 0x6400, 0x6E00,
                                  0xB400, 0xC800, 0xDC00, 0xE600, 0xF000, 0xFA00, 0xFF00};
-    static const double value[14] = {0.4, 0.5, 0.75, 1.0, 1.1, 1.25, 1.333,
-                                     0.1, 0,   0,    0,   0,   0,    0};
+    static const double value[14] = {0.4, 0.5, 0.75, 1.0, 1.1, 1.25, 1.333, 0.1, 0, 0, 0, 0, 0, 0};
     for (int s = 0; s < 13; ++s)
         for (int i = knot[s]; i < knot[s + 1]; ++i)
             table[i] = static_cast<float>(value[s] + (value[s + 1] - value[s]) * (i - knot[s]) /

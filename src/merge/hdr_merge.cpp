@@ -92,8 +92,8 @@ void add_row(const T *p, int width, int samples, lv::ChannelIndex c, const float
 
 extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int n, int width,
                                    int height, int samples, int bits, int gammaMode, float step,
-                                   float *curve, float *exposures, const void *images,
-                                   float *stats, unsigned char *out) {
+                                   float *curve, float *exposures, const void *images, float *stats,
+                                   unsigned char *out) {
     if (n < 0) n = 0;
     const size_t count = static_cast<size_t>(n);
     auto order = try_alloc<int32_t>(count);
@@ -107,7 +107,8 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
     const float gamma = gammaMode == 1 ? curve[0] : 2.2f;
     if (depthOk) {
         for (int i = 1; i < levels; ++i)
-            curve[i] = static_cast<float>(std::pow(static_cast<double>(i) / levels, static_cast<double>(gamma)));
+            curve[i] = static_cast<float>(
+                std::pow(static_cast<double>(i) / levels, static_cast<double>(gamma)));
         curve[0] = curve[1]; // code 0 is not exact black
     }
 
@@ -123,7 +124,8 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
         if (exposures) {
             fClassementCroissant(n, exposures, order.get());
         } else {
-            for (int i = 0; i < n; ++i) order[i] = i;
+            for (int i = 0; i < n; ++i)
+                order[i] = i;
         }
         double lo = 0.0, hi = 0.0;
         for (int i = 0; i < n; ++i) {
@@ -144,7 +146,8 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
 
     auto weights = try_alloc<float>(count * kTableSize);
     if (!weights) return -4;
-    for (int i = 0; i < n; ++i) fill_weights(weights.get() + static_cast<size_t>(i) * kTableSize, centre[i]);
+    for (int i = 0; i < n; ++i)
+        fill_weights(weights.get() + static_cast<size_t>(i) * kTableSize, centre[i]);
 
     RowSums sums;
     if (width > 0 && !sums.alloc(width)) return -4;
@@ -165,10 +168,12 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
             const int i = order[k];
             const float *w = weights.get() + static_cast<size_t>(i) * kTableSize;
             if (bits == 8)
-                add_row<uint8_t, 0>(static_cast<const uint8_t *>(images) + i * perImage + y * rowSamples,
+                add_row<uint8_t, 0>(static_cast<const uint8_t *>(images) + i * perImage +
+                                        y * rowSamples,
                                     width, samples, c, w, centre[i], inv[i], curve, sums);
             else if (bits == 16)
-                add_row<uint16_t, 8>(static_cast<const uint16_t *>(images) + i * perImage + y * rowSamples,
+                add_row<uint16_t, 8>(static_cast<const uint16_t *>(images) + i * perImage +
+                                         y * rowSamples,
                                      width, samples, c, w, centre[i], inv[i], curve, sums);
         }
         uint8_t *row = out + outRow * y;
@@ -213,7 +218,8 @@ extern "C" LV_API int lv_hdr_merge(LvProgressCallback progressCb, int mode, int 
                 const uint8_t e = row[3 * width + x];
                 if (e != 255 && e != 0) continue;
                 const uint8_t *v = e == 255 ? hiBytes : loBytes;
-                for (int p = 0; p < 4; ++p) row[p * width + x] = v[p];
+                for (int p = 0; p < 4; ++p)
+                    row[p * width + x] = v[p];
             }
         }
     }
@@ -229,7 +235,8 @@ extern "C" LV_API int rgbe_rep(int width, int height, int outStride, const unsig
         gammaTable[i] = static_cast<uint8_t>(v < 255.0 ? v : 255.0);
     }
     float expTable[256];
-    for (int e = 0; e < 256; ++e) expTable[e] = std::ldexp(1.0f, e - 128);
+    for (int e = 0; e < 256; ++e)
+        expTable[e] = std::ldexp(1.0f, e - 128);
     const float scale = norm <= 0.0f ? 1.0f : 128.0f / norm;
     for (int y = 0; y < height; ++y) {
         const uint8_t *row = rgbe + 4 * static_cast<size_t>(width) * y;

@@ -26,10 +26,12 @@ Bytes synthetic_bracket(int width, int height, const std::vector<double> &times,
     std::vector<double> scene(static_cast<size_t>(width) * height * 3);
     for (size_t p = 0; p < scene.size() / 3; ++p) {
         const double base = std::pow(2.0, -10.0 * (p % width) / width); // 10 stops across
-        for (int c = 0; c < 3; ++c) scene[3 * p + c] = base * (0.8 + 0.1 * c + 0.05 * (rng() % 3));
+        for (int c = 0; c < 3; ++c)
+            scene[3 * p + c] = base * (0.8 + 0.1 * c + 0.05 * (rng() % 3));
     }
     for (double t : times)
-        for (double e : scene) out.push_back(camera_code(e, t));
+        for (double e : scene)
+            out.push_back(camera_code(e, t));
     if (radiance) *radiance = scene;
     return out;
 }
@@ -43,10 +45,10 @@ float decode(const uint8_t *rgbe, int width, int x, int plane) {
 
 TEST(ExposureFromMetadata, FactorsFollowTimeApertureAndIso) {
     float rec[4 * 7] = {
-        1, 250, 18, 10, 0, 1000, 0, // 1/250 s f/1.8 ISO 1000
-        1, 1, 18, 10, 0, 1000, 0,   // 1 s
-        5, 0, 18, 10, 0, 1000, 0,   // time without denominator
-        0, 0, 0, 0, 1000, 0, 0,     // APEX shutter only
+        1, 250, 18, 10, 0,    1000, 0, // 1/250 s f/1.8 ISO 1000
+        1, 1,   18, 10, 0,    1000, 0, // 1 s
+        5, 0,   18, 10, 0,    1000, 0, // time without denominator
+        0, 0,   0,  0,  1000, 0,    0, // APEX shutter only
     };
     EXPECT_EQ(get_ev(4, rec), 1);
     EXPECT_NEAR(rec[1] / rec[0], 250.0f, 0.01f);
@@ -156,9 +158,11 @@ TEST(Clipping, BothCountersAgree) {
     const int w = 33, h = 7, n = 3;
     std::mt19937 rng(1);
     Bytes img(n * w * h * 4);
-    for (auto &b : img) b = static_cast<uint8_t>(245 + rng() % 11);
+    for (auto &b : img)
+        b = static_cast<uint8_t>(245 + rng() % 11);
     std::vector<uint16_t> wide(n * w * h * 3);
-    for (auto &s : wide) s = static_cast<uint16_t>(63000 + rng() % 2500);
+    for (auto &s : wide)
+        s = static_cast<uint16_t>(63000 + rng() % 2500);
     int32_t a[n], b[n];
     for (int bits : {8, 16}) {
         const void *p = bits == 8 ? static_cast<const void *>(img.data()) : wide.data();
@@ -230,13 +234,14 @@ TEST(CameraResponse, GammaOfASyntheticBracket) {
 TEST(Merge, SentinelsAreKeptOrResolved) {
     // Three pixels, two images: clipped everywhere, black everywhere, and ordinary.
     const int width = 3, height = 1;
-    const Bytes img = {255, 255, 255, 0, 0, 0, 60, 90, 120,   // exposure 1
+    const Bytes img = {255, 255, 255, 0, 0, 0, 60,  90,  120,  // exposure 1
                        255, 255, 255, 0, 0, 0, 110, 160, 200}; // exposure 4
     float curve[256], stats[3];
     float exposures[2] = {1, 4};
     Bytes kept(4 * width), resolved(4 * width);
     EXPECT_EQ(lv_hdr_merge(nullptr, 2, 2, width, height, 3, 8, 0, -1.0f, curve, exposures,
-                           img.data(), stats, kept.data()), height);
+                           img.data(), stats, kept.data()),
+              height);
     EXPECT_EQ(exposures[1], 4.0f); // the caller's exposures stand
     EXPECT_EQ(kept[0], 255);
     EXPECT_EQ(kept[9], 255);
@@ -247,13 +252,15 @@ TEST(Merge, SentinelsAreKeptOrResolved) {
     EXPECT_EQ(stats[0], stats[1]);
     EXPECT_NEAR(stats[2], stats[1] / 2, stats[1] * 1e-6);
 
-    lv_hdr_merge(nullptr, 0, 2, width, height, 3, 8, 0, -1.0f, curve, exposures, img.data(),
-                 stats, resolved.data());
+    lv_hdr_merge(nullptr, 0, 2, width, height, 3, 8, 0, -1.0f, curve, exposures, img.data(), stats,
+                 resolved.data());
     for (int x : {0, 1}) // grey of the ordinary pixel's luminance, from both sides
-        for (int p = 0; p < 4; ++p) EXPECT_EQ(resolved[p * width + x], resolved[p * width]);
+        for (int p = 0; p < 4; ++p)
+            EXPECT_EQ(resolved[p * width + x], resolved[p * width]);
     EXPECT_EQ(resolved[0], resolved[3]);
     EXPECT_NEAR(decode(resolved.data(), width, 0, 0) * 256.0f, stats[1], stats[1] / 100);
-    for (int p = 0; p < 4; ++p) EXPECT_EQ(resolved[p * width + 2], kept[p * width + 2]);
+    for (int p = 0; p < 4; ++p)
+        EXPECT_EQ(resolved[p * width + 2], kept[p * width + 2]);
 }
 
 TEST(Merge, ClippedHighlightTakesItsValueFromTheDarkFrame) {
@@ -261,9 +268,11 @@ TEST(Merge, ClippedHighlightTakesItsValueFromTheDarkFrame) {
                        255, 250, 252}; // bright frame, exposure 8: over its centre
     float curve[256], stats[3], exposures[2] = {1, 8};
     Bytes out(4);
-    lv_hdr_merge(nullptr, 2, 2, 1, 1, 3, 8, 0, -1.0f, curve, exposures, img.data(), stats, out.data());
+    lv_hdr_merge(nullptr, 2, 2, 1, 1, 3, 8, 0, -1.0f, curve, exposures, img.data(), stats,
+                 out.data());
     for (int p = 0; p < 3; ++p) {
-        const float linear = static_cast<float>(std::pow(img[p] / 256.0, static_cast<double>(2.2f)));
+        const float linear =
+            static_cast<float>(std::pow(img[p] / 256.0, static_cast<double>(2.2f)));
         EXPECT_NEAR(decode(out.data(), 1, 0, p), linear, linear / 64);
     }
 }
@@ -276,7 +285,8 @@ TEST(Merge, NeighbouringExposuresAgreeOnTheScene) {
     float curve[256], stats[3], exposures[3] = {1, 4, 16};
     Bytes out(4 * width * height);
     ASSERT_EQ(lv_hdr_merge(nullptr, 0, 3, width, height, 3, 8, 0, -1.0f, curve, exposures,
-                           img.data(), stats, out.data()), height);
+                           img.data(), stats, out.data()),
+              height);
     EXPECT_LE(stats[0], stats[2]);
     EXPECT_LE(stats[2], stats[1]);
     // Where the darkest frame is unclipped and the brightest frame not black, the merge gives
@@ -316,7 +326,8 @@ TEST(Merge, OneImageAndSixteenBitInput) {
     EXPECT_EQ(out8[3 * 3 + 0], 0); // black: weight 0 at luminance 0
 
     std::vector<uint16_t> wide(img.begin(), img.end());
-    for (auto &s : wide) s = static_cast<uint16_t>(s * 257);
+    for (auto &s : wide)
+        s = static_cast<uint16_t>(s * 257);
     std::vector<float> curve16(65536);
     float stats16[3];
     lv_hdr_merge(nullptr, 2, 1, 3, 1, 3, 16, 0, 0.0f, curve16.data(), e1, wide.data(), stats16,
@@ -329,16 +340,20 @@ TEST(Merge, OneImageAndSixteenBitInput) {
 
 namespace {
 int g_calls = 0;
-void count_progress(int *, float) { ++g_calls; }
+void count_progress(int *, float) {
+    ++g_calls;
+}
 } // namespace
 
 TEST(Merge, ReportsProgressOnlyOnTallImages) {
     std::vector<uint8_t> img(3 * 816, 100), out(4 * 816);
     float curve[256], stats[3], e[1] = {1};
     g_calls = 0;
-    lv_hdr_merge(count_progress, 0, 1, 1, 815, 3, 8, 0, 0.0f, curve, e, img.data(), stats, out.data());
+    lv_hdr_merge(count_progress, 0, 1, 1, 815, 3, 8, 0, 0.0f, curve, e, img.data(), stats,
+                 out.data());
     EXPECT_EQ(g_calls, 0);
-    lv_hdr_merge(count_progress, 0, 1, 1, 816, 3, 8, 0, 0.0f, curve, e, img.data(), stats, out.data());
+    lv_hdr_merge(count_progress, 0, 1, 1, 816, 3, 8, 0, 0.0f, curve, e, img.data(), stats,
+                 out.data());
     EXPECT_EQ(g_calls, 16);
 }
 
@@ -358,6 +373,7 @@ TEST(Merge, ZeroExposureDoesNotBreakTheClippingLimits) {
     const Bytes img = {100, 120, 140, 30, 40, 50};
     float curve[256], stats[3], exposures[2] = {0, 4};
     Bytes out(4);
-    EXPECT_EQ(lv_hdr_merge(nullptr, 0, 2, 1, 1, 3, 8, 0, -1.0f, curve, exposures, img.data(),
-                           stats, out.data()), 1);
+    EXPECT_EQ(lv_hdr_merge(nullptr, 0, 2, 1, 1, 3, 8, 0, -1.0f, curve, exposures, img.data(), stats,
+                           out.data()),
+              1);
 }
