@@ -11,11 +11,6 @@ except ImportError:
     sys.exit(SKIP)
 
 
-class MetadataBuf(ctypes.Structure):
-    _fields_ = [("ints", ctypes.c_int32 * 23), ("camera", ctypes.c_char * 64),
-                ("captureDate", ctypes.c_char * 20)]
-
-
 def load(path):
     lib = ctypes.CDLL(path)
     p, i, f = ctypes.c_void_p, ctypes.c_int, ctypes.c_float
@@ -51,11 +46,11 @@ def read(lib, path):
     return px
 
 
-def write(lib, path, planar, meta=None):
+def write(lib, path, planar):
     h, _, w = planar.shape
     planar = np.ascontiguousarray(planar, np.uint8)
-    rc = lib.lv_io_rgbe_write(path.encode(), w, h, ctypes.byref(meta) if meta else None, 0,
-                              None, ptr(planar))
+    rc = lib.lv_io_rgbe_write(path.encode(), w, h, None, 0, None,
+                              ptr(planar))
     if rc != h:
         raise RuntimeError(f"lv_io_rgbe_write {path}: {rc}")
 

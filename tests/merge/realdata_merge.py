@@ -2,7 +2,6 @@
 
 usage: realdata_merge.py <liblumivantor.so> <data dir> <scratch dir>
 """
-import ctypes
 import os
 import sys
 
@@ -98,8 +97,6 @@ def main():
     os.makedirs(tmp, exist_ok=True)
     if not os.path.isdir(data):
         lv.need(False, f"no sample data at {data}")
-    lib.guess_ev.argtypes = [ctypes.c_int, ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p,
-                             ctypes.c_float]
     ok = True
 
     night = load_bracket([os.path.join(data, "night", "small", f + ".jpg") for f in NIGHT])
