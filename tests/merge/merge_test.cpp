@@ -109,7 +109,7 @@ TEST(ExposureFromImages, MeasuresOfSyntheticImages) {
     EXPECT_EQ(m[2], 65280); // no bright band here
     EXPECT_EQ(Ints(order, order + 3), (Ints{2, 1, 0}));
     EXPECT_EQ(classementImages(3, w, h, 3, 8, img.data(), nullptr, order), -4);
-    std::vector<uint16_t> wide(3 * w * h, 128 * 257); // 16 bits: measured by high bytes
+    std::vector<uint16_t> wide(3 * 3 * w * h, 128 * 257); // 16 bits: measured by high bytes
     mediane_images(1, w, h, 3 * w, 3, 16, wide.data(), m);
     EXPECT_EQ(m[0], 128 << 8);
 
