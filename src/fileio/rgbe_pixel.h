@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 namespace lv {
 
@@ -14,8 +15,26 @@ namespace lv {
 inline int rgbe_mantissas(float r, float g, float b, float m, uint8_t *mr, uint8_t *mg,
                           uint8_t *mb) {
     int e = 0;
-    const double fraction = std::frexp(static_cast<double>(m), &e);
-    const float f = static_cast<float>(fraction * 256.0 / static_cast<double>(m));
+    float f;
+    uint32_t bits;
+    std::memcpy(&bits, &m, sizeof bits);
+    const int biased = static_cast<int>((bits >> 23) & 0xFF);
+    if (biased != 0 && biased != 0xFF) {
+        // For a normal m the fraction is m / 2^e exactly, so fraction * 256 / m is exactly
+        // 2^(8 - e) in double, and its narrowing is that power or, past the float range,
+        // infinity. Reading it off the exponent field spares a division a pixel.
+        e = biased - 126;
+        const int power = 8 - e;
+        if (power <= 127) {
+            const uint32_t fb = static_cast<uint32_t>(power + 127) << 23;
+            std::memcpy(&f, &fb, sizeof f);
+        } else {
+            f = static_cast<float>(std::ldexp(1.0, power));
+        }
+    } else { // subnormal, infinite or NaN: the literal construction
+        const double fraction = std::frexp(static_cast<double>(m), &e);
+        f = static_cast<float>(fraction * 256.0 / static_cast<double>(m));
+    }
     auto mant = [f](float c) -> uint8_t {
         const float v = c * f;
         if (!(v >= 1.0f)) return 0; // negatives, NaN and values below one

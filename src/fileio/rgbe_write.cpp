@@ -1,5 +1,6 @@
 // Radiance writers: the full file with its capture metadata, and the strip writer that
 // builds a file a band of rows at a time. Both share one scanline coder.
+#include <algorithm>
 #include <cstring>
 
 #include "fileio/rgbe_internal.h"
@@ -16,13 +17,20 @@ size_t rgbe_encode_plane(const uint8_t *p, int width, uint8_t *out) {
     // c: first byte not yet emitted; n: bytes after c already taken as literal.
     int c = 0, n = 0;
     while (c < width) {
-        // Extend the literal over bytes that differ from their successor.
+        // Extend the literal over bytes that differ from their successor. Once it holds
+        // `limit` bytes (126, or fewer near the plane's end) it takes one more and stops.
         int s = c + n;
-        while (s + 1 < width && p[s] != p[s + 1]) {
-            const bool stop = n >= 126 || c + n + 2 >= width;
+        const int limit = std::min(126, width - c - 2);
+        if (n < limit) {
+            const uint8_t *q = p + s, *end = p + c + limit; // end + 1 lies inside the plane
+            while (q < end && q[0] != q[1])
+                ++q;
+            s = static_cast<int>(q - p);
+            n = s - c;
+        }
+        if (s + 1 < width && p[s] != p[s + 1]) {
             ++n;
             s = c + n;
-            if (stop) break;
         }
         if (s + 1 >= width) {
             ++n; // the plane's last byte joins the literal

@@ -2,6 +2,7 @@
 // header dialect, and the codes of damaged files.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "fileio/rgbe_internal.h"
+#include "fileio/rgbe_pixel.h"
 #include "lumivantor/lumivantor.h"
 
 namespace {
@@ -68,6 +70,55 @@ TEST(RgbeEncoder, RunsStartAtFiveEqualBytesAndNeverExceed127) {
     const Bytes code = encode(ramp);
     ASSERT_EQ(code.size(), 303u);
     EXPECT_EQ(code[0] + code[128] + code[256], 300);
+}
+
+// The coder's rules written out step by step, one byte at a time: the reference that the
+// library's faster literal scan must match code for code.
+Bytes encode_stepwise(const Bytes &p) {
+    const int width = static_cast<int>(p.size());
+    Bytes out;
+    auto literal = [&](int c, int n) {
+        out.push_back(static_cast<uint8_t>(n));
+        out.insert(out.end(), p.begin() + c, p.begin() + c + n);
+    };
+    int c = 0, n = 0;
+    while (c < width) {
+        int s = c + n;
+        while (s + 1 < width && p[s] != p[s + 1]) {
+            const bool stop = n >= 126 || c + n + 2 >= width;
+            s = c + ++n;
+            if (stop) break;
+        }
+        if (s + 1 >= width) {
+            ++n;
+        } else {
+            int r = 1;
+            while (s + r < width && r < 127 && p[s + r - 1] == p[s + r])
+                ++r;
+            if (r >= 5) {
+                if (n >= 1) literal(c, n);
+                out.insert(out.end(), {static_cast<uint8_t>(128 + r), p[s]});
+                c = s + r, n = 0;
+                continue;
+            }
+            if (r >= 2) n = std::min(n + r, 127);
+        }
+        if (n < 127 && c + n < width) continue;
+        literal(c, n);
+        c += n, n = 0;
+    }
+    return out;
+}
+
+TEST(RgbeEncoder, MatchesTheStepwiseRulesOnRandomPlanes) {
+    std::mt19937 rng(11);
+    for (int trial = 0; trial < 400; ++trial) {
+        Bytes plane(1 + rng() % 700);
+        const unsigned runs = rng() % 6; // from pure noise to long runs
+        for (size_t i = 0; i < plane.size(); ++i)
+            plane[i] = i > 0 && rng() % 6 < runs ? plane[i - 1] : static_cast<uint8_t>(rng() % 5);
+        ASSERT_EQ(encode(plane), encode_stepwise(plane)) << trial;
+    }
 }
 
 TEST(RgbeFile, BothWritersRoundTripAtEveryWidthClass) {
@@ -258,4 +309,27 @@ TEST(RgbePixel, DecodesWithoutAHalfStep) {
     EXPECT_EQ(v[0] * 100 + v[1] + v[2], 100.0f);
     EXPECT_EQ(rgbe2float(row, table, 2, 4, 6, 1, v), 0);
     EXPECT_EQ(v[0] + v[1] + v[2], 0.0f);
+}
+
+TEST(RgbePixel, ExponentFieldScaleMatchesTheFrexpConstruction) {
+    std::mt19937 rng(5);
+    for (int i = 0; i < 200000; ++i) {
+        float c[3];
+        for (float &v : c) { // magnitudes from subnormal to near the float limit
+            const uint32_t bits = rng() & 0x7FFFFFFF;
+            std::memcpy(&v, &bits, sizeof v);
+            if (!std::isfinite(v)) v = 1.0f;
+        }
+        const float m = lv::max3(c[0], c[1], c[2]);
+        int e = 0;
+        const double fraction = std::frexp(static_cast<double>(m), &e);
+        const float f = static_cast<float>(fraction * 256.0 / static_cast<double>(m));
+        uint8_t got[3], want[3];
+        for (int k = 0; k < 3; ++k) {
+            const float v = c[k] * f;
+            want[k] = !(v >= 1.0f) ? 0 : v >= 255.0f ? 255 : static_cast<uint8_t>(v);
+        }
+        ASSERT_EQ(lv::rgbe_mantissas(c[0], c[1], c[2], m, &got[0], &got[1], &got[2]), e) << m;
+        ASSERT_EQ(Bytes(got, got + 3), Bytes(want, want + 3)) << m;
+    }
 }
