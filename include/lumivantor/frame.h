@@ -27,9 +27,9 @@ LV_EXTERN_C_BEGIN
 #define LV_ERR_STRIP_OPEN (-20)    /* strip temp file could not be opened or sought */
 #define LV_ERR_STRIP_READ (-21)    /* strip read fell short */
 #define LV_ERR_STRIP_WRITE (-22)   /* strip write fell short */
-#define LV_ERR_RGBE_OPEN (-200)    /* Radiance file could not be opened */
-#define LV_ERR_RGBE_HEADER (-201)  /* Radiance header or size unusable */
-#define LV_ERR_RGBE_DATA (-202)    /* Radiance pixel data short or corrupt */
+#define LV_ERR_RGBE_SIZE (-200)    /* Radiance file's size differs from the expected one */
+#define LV_ERR_RGBE_WIDTH (-201)   /* Radiance scanline head has its width's high bit set */
+#define LV_ERR_RGBE_CODE (-202)    /* Radiance run-length code zero or past its plane */
 #define LV_ERR_NO_WORK (-400)      /* work buffer is null */
 
 /* ---- Image descriptors ---- */
