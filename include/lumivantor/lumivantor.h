@@ -6,5 +6,6 @@
 #include "fileio.h"
 #include "merge.h"
 #include "metadata.h"
+#include "tonemap.h"
 
 #endif

@@ -1,0 +1,67 @@
+/*
+ * lumivantor tone mapping: the global photoreceptor operator tm_simple and the tables and
+ * conversions that prepare its input.
+ *
+ * Calling order for an HDR image: exp_lut(table, -8), logMinMaxMoy on the image,
+ * tmparam_default(2, 0, p) and the user's sliders, then tm_simple. Block p of method 2:
+ * p[0] brightness, p[1] compression, p[2] adaptation mix, p[3] white clip, p[4] black
+ * clip, p[12] temperature, p[13] saturation, p[21..48] hue curves, p[55] number of mask
+ * layers (blocks of LV_TMPARAM_COUNT floats following p), p[56]/p[57] first and end
+ * column of a partial render (0, or p[57] >= width, means the whole row).
+ */
+#ifndef LUMIVANTOR_TONEMAP_H
+#define LUMIVANTOR_TONEMAP_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "colour.h"
+#include "export.h"
+#include "frame.h"
+
+LV_EXTERN_C_BEGIN
+
+/* Tone-maps an HDR image to 8-bit or 16-bit samples with the global photoreceptor curve,
+ * white balance, saturation, hue tables and optional mask layers, on *numThreads bands.
+ * input: planar RGBE rows (4 x width bytes a row), or interleaved floats of
+ * samplesPerPixel a pixel when dim.inputFormat is 10. lumStats: six floats from
+ * logMinMaxMoy. expTable: 256 floats from exp_lut with bias -8. mask: NULL, or two bytes
+ * a pixel (weight, layer; layer 255 = none). output: rows of dim.strideOut samples.
+ * dim.outputLayout 3 asks for three colour planes: on one thread the planes' rows advance
+ * by strideOut (pass width); on several threads the bands write packed interleaved pixels
+ * (pass strideOut = width x samplesPerPixel) that are then split into planes, and with
+ * float input the input buffer is overwritten as scratch.
+ * Returns height (the last band's or the plane split's result), -5 when
+ * lumStats[0] >= lumStats[1], -4 when out of memory, -2 when a thread could not start. */
+LV_API int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats,
+                     float *expTable, int *numThreads, unsigned char *input,
+                     unsigned char *output);
+
+/* Splits packed interleaved output (width x height pixels, bpsOut bits a sample) into
+ * three colour planes in place, through scratch of the same size; returns height, 0 when
+ * height < 1. */
+LV_API int rgb_interleaved2color_planes(DimParam dim, void *scratch, void *image);
+
+/* Table of n linear levels for 8-bit or 16-bit samples: gamma 1.0 when flag >= 1, else
+ * 2.2, scaled to 0..n-1, with table[0] = table[1]. Returns n, or 1 when n < 2 (table
+ * untouched). */
+LV_API int camcurve(int flag, int n, float *table);
+
+/* Natural-log luminance plane (width x height floats) of a float (kind 0), 16-bit (kind 1)
+ * or 8-bit image, samples looked up in lut for 8/16-bit; rows advance by stride samples.
+ * Zero-luminance pixels take the plane's minimum. stats[0] = geometric mean,
+ * stats[1] = max / mean, stats[2] = minimum luminance. Returns the count of pixels with
+ * positive luminance. */
+LV_API int get_log_lum(int kind, int width, int height, int spp, int stride, float *stats,
+                       const float *lut, const unsigned char *source, float *logLum);
+
+/* Converts an 8-bit or 16-bit image (rows of stride samples, levels linearised through
+ * lut) to planar RGBE rows. Pixels too dark or clipped become grey at the darkest or
+ * brightest reliable level of the image. Returns height. */
+LV_API int convert_to_rgbe(int bps, int width, int height, int spp, int stride,
+                           int swapRedBlue, const float *lut, const unsigned char *source,
+                           unsigned char *rgbe);
+
+LV_EXTERN_C_END
+
+#endif
