@@ -31,7 +31,8 @@ LV_EXTERN_C_BEGIN
  * by strideOut (pass width); on several threads the bands write packed interleaved pixels
  * (pass strideOut = width x samplesPerPixel) that are then split into planes, and with
  * float input the input buffer is overwritten as scratch.
- * Returns height (the last band's or the plane split's result), -5 when
+ * Returns height on one thread; with several, the last band's row count, or height
+ * after a plane split. -5 when
  * lumStats[0] >= lumStats[1], -4 when out of memory, -2 when a thread could not start. */
 LV_API int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats,
                      float *expTable, int *numThreads, unsigned char *input,
