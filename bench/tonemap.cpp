@@ -4,34 +4,12 @@
 // line per case: "case threads megapixels_per_second".
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "lumivantor/lumivantor.h"
 
-namespace {
-
-std::vector<unsigned char> to_rgbe(int w, int h, const std::vector<float> &rgb) {
-    std::vector<unsigned char> out(static_cast<size_t>(4) * w * h, 0);
-    for (int y = 0; y < h; ++y) {
-        unsigned char *row = out.data() + static_cast<size_t>(4) * w * y;
-        for (int x = 0; x < w; ++x) {
-            const float *px = &rgb[3 * (static_cast<size_t>(w) * y + x)];
-            const float top = std::max(px[0], std::max(px[1], px[2]));
-            if (!(top > 1e-32f)) continue;
-            int e;
-            const float scale = std::frexp(top, &e) * 256.0f / top;
-            for (int c = 0; c < 3; ++c)
-                row[c * w + x] = static_cast<unsigned char>(std::max(px[c], 0.0f) * scale);
-            row[3 * w + x] = static_cast<unsigned char>(e + 128);
-        }
-    }
-    return out;
-}
-
-} // namespace
 
 int main(int argc, char **argv) {
     if (argc < 2) {
@@ -49,17 +27,20 @@ int main(int argc, char **argv) {
     std::fclose(f);
     if (got != rgb.size()) return 1;
 
-    std::vector<unsigned char> rgbe = to_rgbe(w, h, rgb);
+    // Interleaved float input, the form the peers take too.
+    unsigned char *input = reinterpret_cast<unsigned char *>(rgb.data());
     float table[256];
     exp_lut(table, -8);
-    float stats[6] = {0};
-    logMinMaxMoy(w, h, table, rgbe.data(), stats);
+    float stats[6] = {32.0f, 3.0f, 0, 0, 0, 0};
+    logMinMaxMoy(w, h, table, input, stats);
 
     DimParam dim;
     init_dim_param(&dim);
     dim.width = w;
     dim.height = h;
     dim.strideOut = 3 * w;
+    dim.inputFormat = 10;
+    dim.strideIn = 3 * w;
     std::vector<unsigned char> out(static_cast<size_t>(3) * w * h);
 
     std::vector<float> plain(LV_TMPARAM_COUNT);
@@ -97,7 +78,7 @@ int main(int argc, char **argv) {
             for (int r = 0; r < repeats; ++r) {
                 int t = threads;
                 const auto t0 = std::chrono::steady_clock::now();
-                const int rc = tm_simple(dim, c.p, c.mask, stats, table, &t, rgbe.data(),
+                const int rc = tm_simple(dim, c.p, c.mask, stats, table, &t, input,
                                          out.data());
                 const auto t1 = std::chrono::steady_clock::now();
                 if (rc < 0) {
