@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 
+#include "colour/hsl_core.h"
 #include "frame/band_threads.h"
 #include "lumivantor/colour.h"
 
@@ -160,14 +161,14 @@ inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, floa
     }
     if (c.saturate) {
         float hsl[3];
-        rgb2hsl_norm(out, hsl);
+        lv::rgb_to_hsl_core(out[0], out[1], out[2], hsl, lv::kLightTwo);
         hsl[1] = std::min(hsl[1] * c.saturation, 1.0f);
-        hsl2rgb_norm(hsl, out);
+        lv::hsl_to_rgb_core(hsl, out, 1.0f);
     }
     if (c.colour || c.lum) {
         // A hue's table entry says which mix it becomes between the pixel's min and max.
         float hsv[3];
-        rgb2hsv_norm(out, hsv);
+        lv::rgb_to_hsv(out, hsv);
         float v = hsv[2];
         float mn = clamp01(v - hsv[1] * v);
         const int i = static_cast<int>(hsv[0] * 4095.0f);
