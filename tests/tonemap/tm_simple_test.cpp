@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -328,6 +329,77 @@ TEST(TmSimple, WritesTheRenderedPhotographAsPng) {
     out = render(job, 2);
     ASSERT_TRUE(lvtest::write_png_rgb(std::string(LV_BINARY_DIR) + "/tonemap_street_colour.png",
                                       s.width, s.height, 8, out.data()));
+}
+
+} // namespace
+
+namespace {
+
+// The documented curve in double precision, for one grey level I (linear scene value).
+double reference_level(const std::vector<float> &p, const float *st, double lum) {
+    const double lo = st[0], hi = st[1], med = st[3], p995 = st[4];
+    const double d = p995 - med;
+    const double s = std::exp((d > 4 ? 0.5 - 0.5 * d : -1.5) - med);
+    const double a = p[2] > 0 && p[1] > 0 ? ((1 + 0.1 * p[1]) * 10 + p[2]) / (2 * p[1] + 20)
+                                          : 0.5 + 0.05 * p[2];
+    const double avg = (1 - a) * std::exp(med) * s;
+    const double m0 = 0.3 + 0.6 * std::pow((p995 - med) / (hi - lo), 1.4);
+    const double c = p[1];
+    const double m = c > 0 ? 0.9 + (0.1 * c - 1) * (0.9 - m0)
+                   : c < 0 ? 0.01 + (1 + 0.1 * c) * (m0 - 0.01) : m0;
+    const double b = p[0];
+    const double g = b > 0 ? (0.4 - 0.01 * b) * b : b > -6 ? 0.5 * b : (-0.1 * b - 0.1) * b;
+    const double f = std::exp(-g);
+    auto curve = [&](double i, double adapt) { return 255 * i / (i + std::pow(f * adapt, m)); };
+    const double imax = std::exp(std::log(s) + hi), imin = std::exp(std::log(s) + lo);
+    const double vhi = curve(imax, a * imax + avg), vlo = curve(imin, a * imin + avg);
+    const double black = vlo + 0.02 * p[4] * (vhi - vlo);
+    const double white = vhi - 0.03 * p[3] * (vhi - vlo);
+    const double i = lum * s;
+    const double r = (curve(i, a * i + avg) - black) / (white - black);
+    return std::clamp(r, 0.0, 1.0) * 255;
+}
+
+TEST(TmSimple, GreyLevelsFollowThePhotoreceptorCurve) {
+    // One row of greys over 16 stops, RGBE-exact (mantissa 128, rising exponent).
+    const int w = 16;
+    std::vector<unsigned char> rgbe(4 * w);
+    float table[256];
+    exp_lut(table, -8);
+    for (int x = 0; x < w; ++x) {
+        rgbe[x] = rgbe[w + x] = rgbe[2 * w + x] = 128;
+        rgbe[3 * w + x] = static_cast<unsigned char>(120 + x);
+    }
+    const float stats[6] = {-9.0f, 7.0f, 0.0f, -1.0f, 5.5f, 0.0f};
+    DimParam dim;
+    init_dim_param(&dim);
+    dim.width = w;
+    dim.height = 1;
+    dim.strideOut = 3 * w;
+    struct Settings {
+        float brightness, compression, mix, white, black;
+    };
+    for (const Settings set : {Settings{0, 0, 0, 0, 0}, Settings{4, 5, 0, 0, 0},
+                               Settings{-3, -6, 8, 2, 3}, Settings{-8, 3, 5, 0, 0}}) {
+        std::vector<float> p(LV_TMPARAM_COUNT, 0.0f);
+        p[0] = set.brightness;
+        p[1] = set.compression;
+        p[2] = set.mix;
+        p[3] = set.white;
+        p[4] = set.black;
+        std::vector<unsigned char> out(3 * w);
+        int threads = 1;
+        std::vector<float> st(stats, stats + 6);
+        ASSERT_EQ(tm_simple(dim, p.data(), nullptr, st.data(), table, &threads, rgbe.data(),
+                            out.data()),
+                  1);
+        for (int x = 0; x < w; ++x) {
+            const double lum = 128.0 * table[120 + x];
+            ASSERT_NEAR(out[3 * x], reference_level(p, stats, lum), 1.0)
+                << "brightness " << set.brightness << " compression " << set.compression
+                << " at " << x;
+        }
+    }
 }
 
 } // namespace
