@@ -10,7 +10,6 @@
 
 #include "lumivantor/lumivantor.h"
 
-
 int main(int argc, char **argv) {
     if (argc < 2) {
         std::fprintf(stderr, "usage: %s image.f32 [repeats]\n", argv[0]);
@@ -78,8 +77,7 @@ int main(int argc, char **argv) {
             for (int r = 0; r < repeats; ++r) {
                 int t = threads;
                 const auto t0 = std::chrono::steady_clock::now();
-                const int rc = tm_simple(dim, c.p, c.mask, stats, table, &t, input,
-                                         out.data());
+                const int rc = tm_simple(dim, c.p, c.mask, stats, table, &t, input, out.data());
                 const auto t1 = std::chrono::steady_clock::now();
                 if (rc < 0) {
                     std::fprintf(stderr, "tm_simple failed: %d\n", rc);

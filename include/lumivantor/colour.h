@@ -65,8 +65,8 @@ LV_API void rgb2Lab(int fromFloats, const float *rgb, const float *linearLut,
 /* L*a*b* (D65) to linear Adobe RGB. toFloats nonzero: unclamped floats into rgb.
  * Otherwise each value * maxValue is rounded, held to 0..maxValue and looked up in
  * gammaLut (maxValue + 1 entries); the entries go to samples. */
-LV_API void Lab2rgb(int toFloats, const float *lab, float *rgb, int maxValue,
-                    const int *gammaLut, unsigned *samples);
+LV_API void Lab2rgb(int toFloats, const float *lab, float *rgb, int maxValue, const int *gammaLut,
+                    unsigned *samples);
 /* XYZ white (Y = 1) of the daylight locus at a colour temperature in kelvin. Leaves
  * xyz unwritten when the chromaticity y is 0. */
 LV_API void kelvin2XYZ(int kelvin, float *xyz);
@@ -101,8 +101,8 @@ LV_API int getColorAdjustmentLUTs(int method, const float *p, int n, int curvePo
 /* Monotone cubic tangents of the n knots (x, y) into tangents. */
 LV_API void monotone_cubic_spline(const float *x, const float *y, float *tangents, int n);
 /* Cubic Hermite through the knots at position at (at must not lie below x[0]). */
-LV_API float cubic_interpolate(const float *x, const float *y, const float *tangents,
-                               unsigned n, float at);
+LV_API float cubic_interpolate(const float *x, const float *y, const float *tangents, unsigned n,
+                               float at);
 /* S-curve of four controls (highlights c[0], c[1]; shadows c[2], c[3]) into a 65536-entry
  * table on 0..65535; returns 0. */
 LV_API int get_contrast_lut(const float *controls, int32_t *table);

@@ -34,9 +34,8 @@ LV_EXTERN_C_BEGIN
  * Returns height on one thread; with several, the last band's row count, or height
  * after a plane split. -5 when
  * lumStats[0] >= lumStats[1], -4 when out of memory, -2 when a thread could not start. */
-LV_API int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats,
-                     float *expTable, int *numThreads, unsigned char *input,
-                     unsigned char *output);
+LV_API int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats, float *expTable,
+                     int *numThreads, unsigned char *input, unsigned char *output);
 
 /* Splits packed interleaved output (width x height pixels, bpsOut bits a sample) into
  * three colour planes in place, through scratch of the same size; returns height, 0 when
@@ -59,9 +58,8 @@ LV_API int get_log_lum(int kind, int width, int height, int spp, int stride, flo
 /* Converts an 8-bit or 16-bit image (rows of stride samples, levels linearised through
  * lut) to planar RGBE rows. Pixels too dark or clipped become grey at the darkest or
  * brightest reliable level of the image. Returns height. */
-LV_API int convert_to_rgbe(int bps, int width, int height, int spp, int stride,
-                           int swapRedBlue, const float *lut, const unsigned char *source,
-                           unsigned char *rgbe);
+LV_API int convert_to_rgbe(int bps, int width, int height, int spp, int stride, int swapRedBlue,
+                           const float *lut, const unsigned char *source, unsigned char *rgbe);
 
 LV_EXTERN_C_END
 

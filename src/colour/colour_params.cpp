@@ -19,13 +19,13 @@ struct Indices {
 
 // The colour layout of one method code.
 struct MethodLayout {
-    int saturation;      // index of the saturation slider
-    int gamma;           // index of the midtone slider
-    bool always_colour;  // the balancer always has colour work
-    Indices plain;       // plain sliders that mean colour work when nonzero
-    Indices colour;      // indices counted as colour besides the curves
-    bool has_tone;       // whether tone settings can be compared
-    Indices tone;        // tone settings, in the order they are compared
+    int saturation;     // index of the saturation slider
+    int gamma;          // index of the midtone slider
+    bool always_colour; // the balancer always has colour work
+    Indices plain;      // plain sliders that mean colour work when nonzero
+    Indices colour;     // indices counted as colour besides the curves
+    bool has_tone;      // whether tone settings can be compared
+    Indices tone;       // tone settings, in the order they are compared
 };
 
 // Methods without an owner (5 to 9, 12 to 14 for the tone comparison, unknown codes).
@@ -41,7 +41,11 @@ constexpr MethodLayout kLayouts[16] = {
     {13, 8, false, {3, {13, 8, 12}}, {3, {8, 12, 13}}, true, {6, {0, 1, 2, 3, 4, 15}}},
     /* 4 balancer */
     {13, 8, true, {0, {}}, {0, {}}, true, {7, {0, 1, 2, 3, 4, 5, 15}}},
-    kOther, kOther, kOther, kOther, kOther,
+    kOther,
+    kOther,
+    kOther,
+    kOther,
+    kOther,
     /* 10 fusion */
     {3, 6, false, {3, {3, 6, 12}}, {3, {3, 6, 12}}, true, {5, {0, 1, 2, 7, 8}}},
     /* 11 intensive combination */
@@ -66,8 +70,8 @@ constexpr int kCurveStarts[3] = {21, 31, 41};
 
 extern "C" {
 
-int get_color_param(int method, const float *p, float *saturation, float *temperature,
-                    float *gamma, float *satCurve, float *hueCurve, float *lumCurve) {
+int get_color_param(int method, const float *p, float *saturation, float *temperature, float *gamma,
+                    float *satCurve, float *hueCurve, float *lumCurve) {
     const MethodLayout &m = layout_of(method);
     double slider = p[m.saturation];
     if (method == 4) slider = slider <= 0.0 ? slider * 0.8 - 2.0 : slider * 1.2 - 2.0;
@@ -76,7 +80,8 @@ int get_color_param(int method, const float *p, float *saturation, float *temper
     *gamma = p[m.gamma];
     float *curves[3] = {satCurve, hueCurve, lumCurve};
     for (int c = 0; c < 3; ++c)
-        for (int i = 0; i < LV_CURVE_POINTS; ++i) curves[c][i] = p[kCurveStarts[c] + i];
+        for (int i = 0; i < LV_CURVE_POINTS; ++i)
+            curves[c][i] = p[kCurveStarts[c] + i];
     return 9;
 }
 

@@ -32,10 +32,12 @@ void monotone_cubic_spline(const float *x, const float *y, float *tangents, int 
     float *d = work.get(), *alpha = d + spans, *beta = alpha + spans, *sum = beta + spans,
           *tau = sum + spans;
 
-    for (int i = 0; i < n - 1; ++i) d[i] = (y[i + 1] - y[i]) / (x[i + 1] - x[i]);
+    for (int i = 0; i < n - 1; ++i)
+        d[i] = (y[i + 1] - y[i]) / (x[i + 1] - x[i]);
     tangents[0] = d[0];
     tangents[n - 1] = d[n - 2];
-    for (int i = 1; i < n - 1; ++i) tangents[i] = (d[i - 1] + d[i]) * 0.5f;
+    for (int i = 1; i < n - 1; ++i)
+        tangents[i] = (d[i - 1] + d[i]) * 0.5f;
     for (int i = 0; i < n - 1; ++i)
         if (d[i] == 0.0f) tangents[i] = tangents[i + 1] = 0.0f;
 
@@ -59,7 +61,8 @@ float cubic_interpolate(const float *x, const float *y, const float *tangents, u
                         float at) {
     if (n < 2) return n == 1 ? y[0] : 0.0f;
     int i = static_cast<int>(n) - 2;
-    while (i > 0 && !(at >= x[i])) --i;
+    while (i > 0 && !(at >= x[i]))
+        --i;
     return hermite(x, y, tangents, i, at);
 }
 

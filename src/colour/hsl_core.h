@@ -70,7 +70,6 @@ inline void hsl_to_rgb_core(const float *hsl, float *rgb, float scale) {
     rgb[2] = channel(p, q, static_cast<float>(h - 0.3333333333333)) * scale;
 }
 
-
 // Normalised RGB to hue, saturation, value.
 inline void rgb_to_hsv(const float *rgb, float *hsv) {
     const float r = rgb[0], g = rgb[1], b = rgb[2];

@@ -1,8 +1,8 @@
 // RGB to and from HSL and HSV, one pixel at a time.
 //
 // Four HSL entry families exist for hosts and passes written at different times. They
-// share the arithmetic of colour/hsl_core.h; they differ only in the input and output scale and in the
-// denominator of the saturation of light colours.
+// share the arithmetic of colour/hsl_core.h; they differ only in the input and output scale and in
+// the denominator of the saturation of light colours.
 #include "colour/hsl_core.h"
 #include "lumivantor/colour.h"
 
@@ -23,7 +23,9 @@ void hsl2rgb(int scale, const float *hsl, float *rgb) {
     hsl_to_rgb_core(hsl, rgb, static_cast<float>(scale));
 }
 
-float hue2rgb(float p, float q, float t) { return channel(p, q, t); }
+float hue2rgb(float p, float q, float t) {
+    return channel(p, q, t);
+}
 
 int rgb2hsl_norm(const float *rgb, float *hsl) {
     rgb_to_hsl_core(rgb[0], rgb[1], rgb[2], hsl, kLightTwo);
@@ -35,15 +37,25 @@ int hsl2rgb_norm(const float *hsl, float *rgb) {
     return 1;
 }
 
-int rgb_to_hsl(const float *rgb, float *hsl) { return rgb2hsl_norm(rgb, hsl); }
-int hsl_to_rgb(const float *hsl, float *rgb) { return hsl2rgb_norm(hsl, rgb); }
-float hue_to_rgb(float p, float q, float t) { return channel(p, q, t); }
+int rgb_to_hsl(const float *rgb, float *hsl) {
+    return rgb2hsl_norm(rgb, hsl);
+}
+int hsl_to_rgb(const float *hsl, float *rgb) {
+    return hsl2rgb_norm(hsl, rgb);
+}
+float hue_to_rgb(float p, float q, float t) {
+    return channel(p, q, t);
+}
 
 void frgb2hsl(const float *rgb, float *hsl) {
     rgb_to_hsl_core(rgb[0], rgb[1], rgb[2], hsl, kLightTwoSafe);
 }
-float fhue2rgb(float p, float q, float t) { return channel(p, q, t); }
-void fhsl2rgb(const float *hsl, float *rgb) { hsl_to_rgb_core(hsl, rgb, 1.0f); }
+float fhue2rgb(float p, float q, float t) {
+    return channel(p, q, t);
+}
+void fhsl2rgb(const float *hsl, float *rgb) {
+    hsl_to_rgb_core(hsl, rgb, 1.0f);
+}
 
 int rgb2hsv_norm(const float *rgb, float *hsv) {
     lv::rgb_to_hsv(rgb, hsv);

@@ -12,12 +12,13 @@ namespace {
 
 using FloatBuf = std::unique_ptr<float[]>;
 
-inline FloatBuf alloc_floats(size_t n) { return FloatBuf(new (std::nothrow) float[n]()); }
+inline FloatBuf alloc_floats(size_t n) {
+    return FloatBuf(new (std::nothrow) float[n]());
+}
 
 // Knot hues of the curves, as fractions of a turn; the ninth closes the circle.
-constexpr float kKnotHue[9] = {0.0f,         1.0f / 12.0f, 1.0f / 6.0f,
-                               1.0f / 3.0f,  0.5f,         2.0f / 3.0f,
-                               0.75f,        11.0f / 12.0f, 1.0f};
+constexpr float kKnotHue[9] = {0.0f,        1.0f / 12.0f, 1.0f / 6.0f,   1.0f / 3.0f, 0.5f,
+                               2.0f / 3.0f, 0.75f,        11.0f / 12.0f, 1.0f};
 
 // Samples of the parametric curve: never more than this many, whatever the table size.
 constexpr int kMaxCurveSamples = 1000;
@@ -37,15 +38,11 @@ bool hue_entry(float hue, float sv, float val, float *out) {
     const float d = val - lo;
     const float down = val - f * d;
     const float up = f * d + lo;
-    switch (sector) {
-    case 0: out[0] = val; out[1] = up; out[2] = lo; return true;
-    case 1: out[0] = down; out[1] = val; out[2] = lo; return true;
-    case 2: out[0] = lo; out[1] = val; out[2] = up; return true;
-    case 3: out[0] = lo; out[1] = down; out[2] = val; return true;
-    case 4: out[0] = up; out[1] = lo; out[2] = val; return true;
-    case 5: out[0] = val; out[1] = lo; out[2] = down; return true;
-    default: return false;
-    }
+    if (sector < 0 || sector > 5) return false;
+    const float mix[6][3] = {{val, up, lo},   {down, val, lo}, {lo, val, up},
+                             {lo, down, val}, {up, lo, val},   {val, lo, down}};
+    std::copy(mix[sector], mix[sector] + 3, out);
+    return true;
 }
 
 } // namespace
@@ -59,7 +56,8 @@ int getColorAdjustmentCurve(const float *values, int n, float *table) {
     if (!px || !py) return LV_ERR_NOMEM;
 
     float ky[9];
-    for (int i = 0; i < 8; ++i) ky[i] = static_cast<float>(0.5 + 0.05 * values[i]);
+    for (int i = 0; i < 8; ++i)
+        ky[i] = static_cast<float>(0.5 + 0.05 * values[i]);
     ky[8] = ky[0];
 
     // A smoothstep between the knots, with the position pulled a fifth of the way back
@@ -101,9 +99,8 @@ int getColorAdjustmentCurve(const float *values, int n, float *table) {
     return 1;
 }
 
-int getColorAdjustmentLUTs(int method, const float *p, int n, int curvePoints,
-                           float *saturation, float *temperature, float *gamma,
-                           float *colorTable, float *lumTable) {
+int getColorAdjustmentLUTs(int method, const float *p, int n, int curvePoints, float *saturation,
+                           float *temperature, float *gamma, float *colorTable, float *lumTable) {
     const size_t points = static_cast<size_t>(std::max(curvePoints, LV_CURVE_POINTS));
     FloatBuf sat_curve = alloc_floats(points), hue_curve = alloc_floats(points),
              lum_curve = alloc_floats(points);
@@ -115,17 +112,14 @@ int getColorAdjustmentLUTs(int method, const float *p, int n, int curvePoints,
     FloatBuf sat_table, hue_table;
     if (any_nonzero(sat_curve.get(), LV_CURVE_POINTS)) {
         if (!(sat_table = alloc_floats(entries))) return LV_ERR_NOMEM;
-        if (getColorAdjustmentCurve(sat_curve.get(), n, sat_table.get()) < 0)
-            return LV_ERR_NOMEM;
+        if (getColorAdjustmentCurve(sat_curve.get(), n, sat_table.get()) < 0) return LV_ERR_NOMEM;
     }
     if (any_nonzero(hue_curve.get(), LV_CURVE_POINTS)) {
         if (!(hue_table = alloc_floats(entries))) return LV_ERR_NOMEM;
-        if (getColorAdjustmentCurve(hue_curve.get(), n, hue_table.get()) < 0)
-            return LV_ERR_NOMEM;
+        if (getColorAdjustmentCurve(hue_curve.get(), n, hue_table.get()) < 0) return LV_ERR_NOMEM;
     }
     const bool has_lum = any_nonzero(lum_curve.get(), LV_CURVE_POINTS);
-    if (has_lum && getColorAdjustmentCurve(lum_curve.get(), n, lumTable) < 0)
-        return LV_ERR_NOMEM;
+    if (has_lum && getColorAdjustmentCurve(lum_curve.get(), n, lumTable) < 0) return LV_ERR_NOMEM;
 
     const float sat = *saturation;
     const float inv_n = 1.0f / static_cast<float>(n);

@@ -146,7 +146,9 @@ inline void balance(const BlockCurve &c, float y, float &r, float &g, float &b) 
     b = std::max(nb, 0.0f);
 }
 
-inline float clamp01(float v) { return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v); }
+inline float clamp01(float v) {
+    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
+}
 
 // Curve, saturation and hue tables of one block on balanced r, g, b; out is on 0..1
 // where the colour stage ran, unclamped otherwise.
@@ -179,7 +181,8 @@ inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, floa
             v *= k;
         }
         const float *e = c.colour_table + 3 * i;
-        for (int k = 0; k < 3; ++k) out[k] = clamp01(mn + (v - mn) * e[k]);
+        for (int k = 0; k < 3; ++k)
+            out[k] = clamp01(mn + (v - mn) * e[k]);
     }
 }
 
@@ -191,9 +194,9 @@ template <class T> inline T to_level(float v, float max_out) {
 }
 
 struct Layout {
-    size_t r, g, b;   // sample offsets of the three channels of a pixel (or planes)
-    size_t step;      // samples from one pixel to the next
-    size_t row;       // samples from one row to the next
+    size_t r, g, b; // sample offsets of the three channels of a pixel (or planes)
+    size_t step;    // samples from one pixel to the next
+    size_t row;     // samples from one row to the next
 };
 
 template <class T>
@@ -225,9 +228,9 @@ int run_rows(const DimParam &dim, const float *p, const unsigned char *mask, con
         T *orow = out + lay.row * y;
         const unsigned char *mrow = mask ? mask + static_cast<size_t>(2) * width * y : nullptr;
         const unsigned char *rrow = floats ? nullptr : input + static_cast<size_t>(4) * width * y;
-        const float *frow = floats ? reinterpret_cast<const float *>(input) +
-                                         static_cast<size_t>(width) * spp * y
-                                   : nullptr;
+        const float *frow =
+            floats ? reinterpret_cast<const float *>(input) + static_cast<size_t>(width) * spp * y
+                   : nullptr;
         for (int x = x0; x < x1; ++x) {
             T *o = orow + lay.step * x;
             float r, g, b, q;
@@ -294,9 +297,8 @@ int run_rows(const DimParam &dim, const float *p, const unsigned char *mask, con
 
 extern "C" {
 
-int tm_simple_orig(DimParam dim, float *p, unsigned char *mask, float *lumStats,
-                   float *expTable, unsigned char *input, unsigned char *output,
-                   const TmColourTables *tables) {
+int tm_simple_orig(DimParam dim, float *p, unsigned char *mask, float *lumStats, float *expTable,
+                   unsigned char *input, unsigned char *output, const TmColourTables *tables) {
     const float max_out = dim.bpsOut == 16 ? 65535.0f : 255.0f;
     const Scene sc = scene_constants(p, lumStats, max_out);
 
@@ -359,9 +361,9 @@ int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats, floa
         copy[12] = 0.0f;
         if (has_color_param(2, copy) == 2 || block[13] != 0.0f) {
             float sat = 0.0f, temp = 0.0f, gamma = 0.0f;
-            const int r = getColorAdjustmentLUTs(2, copy, kHue, LV_CURVE_POINTS, &sat, &temp,
-                                                 &gamma, colour.get() + 3 * kHue * k,
-                                                 lum.get() + kHue * k);
+            const int r =
+                getColorAdjustmentLUTs(2, copy, kHue, LV_CURVE_POINTS, &sat, &temp, &gamma,
+                                       colour.get() + 3 * kHue * k, lum.get() + kHue * k);
             if (r >= 0) {
                 has_colour[k] = 1;
                 has_lum[k] = r;
@@ -377,7 +379,7 @@ int tm_simple(DimParam dim, float *p, unsigned char *mask, float *lumStats, floa
 
     int result = lv::run_threaded<TmSimpleArgs>(
         threads, tm_simple_threaded, [&](TmSimpleArgs &a, int index, int count) {
-            a = TmSimpleArgs{dim,   p,      mask,    lumStats, expTable, input,
+            a = TmSimpleArgs{dim,    p,       mask,  lumStats, expTable, input,
                              output, &tables, index, count,    0};
         });
     if (result < 0 || dim.outputLayout != 3) return result;

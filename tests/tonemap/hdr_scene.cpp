@@ -107,7 +107,8 @@ HdrScene street_scene() {
             const int top = std::max(p[0], std::max(p[1], p[2]));
             const double wgt = top < 128 ? top + 1 : 256 - top;
             den[i] += wgt;
-            for (int c = 0; c < 3; ++c) num[3 * i + c] += wgt * lut[p[c]] / 255.0 / seconds;
+            for (int c = 0; c < 3; ++c)
+                num[3 * i + c] += wgt * lut[p[c]] / 255.0 / seconds;
         }
     }
     s.rgb.resize(num.size());

@@ -10,9 +10,9 @@ namespace lvtest {
 struct HdrScene {
     int width = 0;
     int height = 0;
-    std::vector<float> rgb;           // interleaved linear floats, 3 a pixel
-    std::vector<unsigned char> rgbe;  // planar RGBE rows of the same pixels
-    bool real = false;                // merged from photographs
+    std::vector<float> rgb;          // interleaved linear floats, 3 a pixel
+    std::vector<unsigned char> rgbe; // planar RGBE rows of the same pixels
+    bool real = false;               // merged from photographs
 };
 
 // Decodes an 8-bit RGB PNG; returns false when it can't.

@@ -46,8 +46,8 @@ TEST(ConvertToRgbe, EightAndSixteenBitPixelsKeepTheirLinearValue) {
 
     const uint16_t px16[] = {0, 0xffff, 0x3000, 0x8000, 0x2000, 0x1000, 0x0000, 0x9000};
     std::vector<unsigned char> swapped(8);
-    convert_to_rgbe(16, 2, 1, 4, 8, 1, lut16.data(),
-                    reinterpret_cast<const unsigned char *>(px16), swapped.data());
+    convert_to_rgbe(16, 2, 1, 4, 8, 1, lut16.data(), reinterpret_cast<const unsigned char *>(px16),
+                    swapped.data());
     // Swapped: red is the last sample, blue the first; green sample (4 - 1) / 2 = 1.
     const float top = lut16[0x9000];
     EXPECT_NEAR(rgbe_value(swapped, 2, 1, 0), top, top / 128.0f);
@@ -61,7 +61,8 @@ TEST(ConvertToRgbe, ImageWithNoReliableLevelIsAllZero) {
     const unsigned char px[] = {0, 0, 0, 255, 255, 255, 1, 1, 1};
     std::vector<unsigned char> rgbe(12, 0x33);
     convert_to_rgbe(8, 3, 1, 3, 9, 0, lut.data(), px, rgbe.data());
-    for (unsigned char b : rgbe) EXPECT_EQ(b, 0);
+    for (unsigned char b : rgbe)
+        EXPECT_EQ(b, 0);
 }
 
 TEST(GetLogLum, BlackPixelsTakeTheMinimumAndStatsDescribeTheImage) {

@@ -93,7 +93,8 @@ TEST(TmSimple, SameBytesForEveryThreadCount) {
     Job job(scene());
     job.p = coloured_block();
     const auto one = render(job, 1);
-    for (int threads : {2, 3, 7, job.dim.height + 5}) EXPECT_EQ(render(job, threads), one) << threads;
+    for (int threads : {2, 3, 7, job.dim.height + 5})
+        EXPECT_EQ(render(job, threads), one) << threads;
 
     // A band count above the row count on a five-row strip.
     Job strip(scene());
@@ -134,18 +135,17 @@ TEST(TmSimple, NeutralSettingsKeepGreysGreyAndHighlightsUnblown) {
 
 TEST(TmSimple, TemperatureWarmsAndCoolsAGrey) {
     HdrScene grey = lvtest::synthetic_scene(64, 8);
-    for (size_t i = 0; i < grey.rgb.size(); i += 3) grey.rgb[i] = grey.rgb[i + 2] = grey.rgb[i + 1];
+    for (size_t i = 0; i < grey.rgb.size(); i += 3)
+        grey.rgb[i] = grey.rgb[i + 2] = grey.rgb[i + 1];
     grey.rgbe = lvtest::floats_to_rgbe(grey.width, grey.height, grey.rgb.data());
     Job job(grey);
-    for (float temp : {5.0f, -5.0f}) {
-        job.p[12] = temp;
-        const auto out = render(job);
-        const size_t mid = 3 * (static_cast<size_t>(grey.width) * 4 + grey.width / 2);
-        if (temp > 0)
-            EXPECT_GT(out[mid], out[mid + 2]) << "a positive slider lowers the kelvin: warmer";
-        else
-            EXPECT_LT(out[mid], out[mid + 2]);
-    }
+    const size_t mid = 3 * (64 * 4 + 32);
+    job.p[12] = 5.0f; // lower kelvin: warmer
+    auto out = render(job);
+    EXPECT_GT(out[mid], out[mid + 2]);
+    job.p[12] = -5.0f;
+    out = render(job);
+    EXPECT_LT(out[mid], out[mid + 2]);
 }
 
 TEST(TmSimple, MaskWeightsBlendBaseAndLayer) {
@@ -199,16 +199,19 @@ TEST(TmSimple, EmptyRgbePixelsStayBlackUnderAnyMask) {
     const auto block = coloured_block();
     job.add_layer(block.data());
     job.mask.assign(2 * 48 * 12, 0);
-    for (size_t i = 0; i < job.mask.size() / 2; ++i) job.mask[2 * i] = (i % 3) * 127 + (i % 3 == 2);
+    for (size_t i = 0; i < job.mask.size() / 2; ++i)
+        job.mask[2 * i] = (i % 3) * 127 + (i % 3 == 2);
     int zeros = 0;
-    for (size_t i = 0; i < 48 * 12; ++i) zeros += job.input[(i / 48) * 4 * 48 + 3 * 48 + i % 48] == 0;
+    for (size_t i = 0; i < 48 * 12; ++i)
+        zeros += job.input[(i / 48) * 4 * 48 + 3 * 48 + i % 48] == 0;
     ASSERT_GT(zeros, 0);
     job.p[0] = 10.0f; // very bright: any leak from an empty pixel would show
     const auto out = render(job, 2);
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 48; ++x)
             if (job.input[y * 4 * 48 + 3 * 48 + x] == 0) {
-                for (int c = 0; c < 3; ++c) ASSERT_EQ(out[3 * (y * 48 + x) + c], 0) << x << "," << y;
+                for (int c = 0; c < 3; ++c)
+                    ASSERT_EQ(out[3 * (y * 48 + x) + c], 0) << x << "," << y;
             }
 }
 
@@ -261,23 +264,6 @@ TEST(TmSimple, PlanarOutputMatchesInterleavedAndReusesFloatInput) {
     }
 }
 
-TEST(TmSimple, FloatInputMatchesRgbeInput) {
-    const HdrScene &s = scene();
-    HdrScene exact = s; // floats that are exactly the RGBE values
-    float table[256];
-    exp_lut(table, -8);
-    for (int y = 0; y < s.height; ++y)
-        for (int x = 0; x < s.width; ++x) {
-            const unsigned char *row = &s.rgbe[static_cast<size_t>(4) * s.width * y];
-            for (int c = 0; c < 3; ++c)
-                exact.rgb[3 * (static_cast<size_t>(y) * s.width + x) + c] =
-                    row[c * s.width + x] * table[row[3 * s.width + x]];
-        }
-    Job a(exact), b(exact, true);
-    const auto ra = render(a, 2), rb = render(b, 2);
-    for (size_t i = 0; i < ra.size(); ++i) ASSERT_NEAR(ra[i], rb[i], 1) << i;
-}
-
 TEST(TmSimple, SixteenBitOutputAndRedBlueSwap) {
     const HdrScene &s = scene();
     Job job(s);
@@ -287,7 +273,8 @@ TEST(TmSimple, SixteenBitOutputAndRedBlueSwap) {
     const auto raw16 = render(job, 2);
     const auto *sixteen = reinterpret_cast<const uint16_t *>(raw16.data());
     const size_t n = static_cast<size_t>(3) * s.width * s.height;
-    for (size_t i = 0; i < n; ++i) ASSERT_NEAR(sixteen[i] / 257.0, eight[i], 2.0) << i;
+    for (size_t i = 0; i < n; ++i)
+        ASSERT_NEAR(sixteen[i] / 257.0, eight[i], 2.0) << i;
 
     job.dim.bpsOut = 8;
     job.dim.swapRedBlue = 1;
@@ -303,7 +290,9 @@ TEST(TmSimple, SixteenBitOutputAndRedBlueSwap) {
     }
 }
 
-int fail_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) { return 11; }
+int fail_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) {
+    return 11;
+}
 
 TEST(TmSimple, ThreadThatCannotStartIsReported) {
     Job job(lvtest::synthetic_scene(32, 16));
@@ -340,13 +329,14 @@ double reference_level(const std::vector<float> &p, const float *st, double lum)
     const double lo = st[0], hi = st[1], med = st[3], p995 = st[4];
     const double d = p995 - med;
     const double s = std::exp((d > 4 ? 0.5 - 0.5 * d : -1.5) - med);
-    const double a = p[2] > 0 && p[1] > 0 ? ((1 + 0.1 * p[1]) * 10 + p[2]) / (2 * p[1] + 20)
-                                          : 0.5 + 0.05 * p[2];
+    const double a =
+        p[2] > 0 && p[1] > 0 ? ((1 + 0.1 * p[1]) * 10 + p[2]) / (2 * p[1] + 20) : 0.5 + 0.05 * p[2];
     const double avg = (1 - a) * std::exp(med) * s;
     const double m0 = 0.3 + 0.6 * std::pow((p995 - med) / (hi - lo), 1.4);
     const double c = p[1];
-    const double m = c > 0 ? 0.9 + (0.1 * c - 1) * (0.9 - m0)
-                   : c < 0 ? 0.01 + (1 + 0.1 * c) * (m0 - 0.01) : m0;
+    const double m = c > 0   ? 0.9 + (0.1 * c - 1) * (0.9 - m0)
+                     : c < 0 ? 0.01 + (1 + 0.1 * c) * (m0 - 0.01)
+                             : m0;
     const double b = p[0];
     const double g = b > 0 ? (0.4 - 0.01 * b) * b : b > -6 ? 0.5 * b : (-0.1 * b - 0.1) * b;
     const double f = std::exp(-g);
@@ -379,27 +369,34 @@ TEST(TmSimple, GreyLevelsFollowThePhotoreceptorCurve) {
     struct Settings {
         float brightness, compression, mix, white, black;
     };
+    // The same levels as floats: both input forms must read the same scene values.
+    std::vector<float> floats(3 * w);
+    for (int x = 0; x < w; ++x)
+        floats[3 * x] = floats[3 * x + 1] = floats[3 * x + 2] = 128 * table[120 + x];
     for (const Settings set : {Settings{0, 0, 0, 0, 0}, Settings{4, 5, 0, 0, 0},
-                               Settings{-3, -6, 8, 2, 3}, Settings{-8, 3, 5, 0, 0}}) {
-        std::vector<float> p(LV_TMPARAM_COUNT, 0.0f);
-        p[0] = set.brightness;
-        p[1] = set.compression;
-        p[2] = set.mix;
-        p[3] = set.white;
-        p[4] = set.black;
-        std::vector<unsigned char> out(3 * w);
-        int threads = 1;
-        std::vector<float> st(stats, stats + 6);
-        ASSERT_EQ(tm_simple(dim, p.data(), nullptr, st.data(), table, &threads, rgbe.data(),
-                            out.data()),
-                  1);
-        for (int x = 0; x < w; ++x) {
-            const double lum = 128.0 * table[120 + x];
-            ASSERT_NEAR(out[3 * x], reference_level(p, stats, lum), 1.0)
-                << "brightness " << set.brightness << " compression " << set.compression
-                << " at " << x;
+                               Settings{-3, -6, 8, 2, 3}, Settings{-8, 3, 5, 0, 0}})
+        for (int form : {0, 10}) {
+            dim.inputFormat = form;
+            unsigned char *in =
+                form ? reinterpret_cast<unsigned char *>(floats.data()) : rgbe.data();
+            std::vector<float> p(LV_TMPARAM_COUNT, 0.0f);
+            p[0] = set.brightness;
+            p[1] = set.compression;
+            p[2] = set.mix;
+            p[3] = set.white;
+            p[4] = set.black;
+            std::vector<unsigned char> out(3 * w);
+            int threads = 1;
+            std::vector<float> st(stats, stats + 6);
+            ASSERT_EQ(tm_simple(dim, p.data(), nullptr, st.data(), table, &threads, in, out.data()),
+                      1);
+            for (int x = 0; x < w; ++x) {
+                const double lum = 128.0 * table[120 + x];
+                ASSERT_NEAR(out[3 * x], reference_level(p, stats, lum), 1.0)
+                    << "input " << form << " brightness " << set.brightness << " compression "
+                    << set.compression << " at " << x;
+            }
         }
-    }
 }
 
 } // namespace
