@@ -53,7 +53,8 @@ LV_API void fhsl2rgb(const float *hsl, float *rgb);
 
 /* Normalised RGB to hue, saturation, value; returns 1. */
 LV_API int rgb2hsv_norm(const float *rgb, float *hsv);
-/* Normalised HSV to RGB; returns 1. A hue of exactly 1 or below 0 leaves rgb unwritten. */
+/* Normalised HSV to RGB; returns 1. A hue of exactly 1, above 1 or at -1/6 and below names
+ * no sector and leaves rgb unwritten. */
 LV_API int hsv2rgb_norm(const float *hsv, float *rgb);
 
 /* ---- L*a*b*, temperature, matrices ---- */
