@@ -1,4 +1,4 @@
-// Per-pixel colour conversions: round trips, the documented quirks of the copies, and
+// Per-pixel colour conversions: round trips, the known quirks of the copies, and
 // the whites and matrices of the working spaces.
 #include <gtest/gtest.h>
 

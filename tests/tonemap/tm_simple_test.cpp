@@ -324,7 +324,7 @@ TEST(TmSimple, WritesTheRenderedPhotographAsPng) {
 
 namespace {
 
-// The documented curve in double precision, for one grey level I (linear scene value).
+// The photoreceptor curve worked in double precision, for one linear grey level.
 double reference_level(const std::vector<float> &p, const float *st, double lum) {
     const double lo = st[0], hi = st[1], med = st[3], p995 = st[4];
     const double d = p995 - med;
