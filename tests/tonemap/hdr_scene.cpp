@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "lumivantor/tonemap.h"
+#include "lumivantor/lumivantor.h"
 
 namespace lvtest {
 
@@ -87,35 +87,39 @@ HdrScene street_scene() {
     HdrScene s;
     if (shots.empty()) return s;
 
-    float lut[256];
-    camcurve(0, 256, lut);
-    std::vector<double> num, den;
+    // The library's own merge, with the exposure times as factors.
+    std::vector<unsigned char> bracket;
+    std::vector<float> factors;
     for (const auto &[name, seconds] : shots) {
         int w, h;
         std::vector<unsigned char> px;
         if (!read_png_rgb8(dir + name, w, h, px)) return HdrScene{};
-        if (num.empty()) {
+        if (bracket.empty()) {
             s.width = w;
             s.height = h;
-            num.assign(static_cast<size_t>(3) * w * h, 0.0);
-            den.assign(static_cast<size_t>(w) * h, 0.0);
         }
         if (w != s.width || h != s.height) return HdrScene{};
-        for (size_t i = 0; i < den.size(); ++i) {
-            const unsigned char *p = &px[3 * i];
-            // Hat weight on the pixel's brightest sample keeps clipped and noisy levels out.
-            const int top = std::max(p[0], std::max(p[1], p[2]));
-            const double wgt = top < 128 ? top + 1 : 256 - top;
-            den[i] += wgt;
-            for (int c = 0; c < 3; ++c)
-                num[3 * i + c] += wgt * lut[p[c]] / 255.0 / seconds;
-        }
+        bracket.insert(bracket.end(), px.begin(), px.end());
+        factors.push_back(static_cast<float>(seconds));
     }
-    s.rgb.resize(num.size());
-    for (size_t i = 0; i < den.size(); ++i)
-        for (int c = 0; c < 3; ++c)
-            s.rgb[3 * i + c] = den[i] > 0 ? static_cast<float>(num[3 * i + c] / den[i]) : 0.0f;
-    s.rgbe = floats_to_rgbe(s.width, s.height, s.rgb.data());
+    const int n = static_cast<int>(shots.size());
+    std::vector<float> curve(256);
+    float stats[3];
+    s.rgbe.resize(static_cast<size_t>(4) * s.width * s.height);
+    if (lv_hdr_merge(nullptr, 0, n, s.width, s.height, 3, 8, 0, -1.0f, curve.data(), factors.data(),
+                     bracket.data(), stats, s.rgbe.data()) != s.height)
+        return HdrScene{};
+    // The same pixels as floats, exactly the RGBE values.
+    float table[256];
+    exp_lut(table, -8);
+    s.rgb.resize(static_cast<size_t>(3) * s.width * s.height);
+    for (int y = 0; y < s.height; ++y) {
+        const unsigned char *row = &s.rgbe[static_cast<size_t>(4) * s.width * y];
+        for (int x = 0; x < s.width; ++x)
+            for (int c = 0; c < 3; ++c)
+                s.rgb[3 * (static_cast<size_t>(y) * s.width + x) + c] =
+                    row[c * s.width + x] * table[row[3 * s.width + x]];
+    }
     s.real = true;
     return s;
 }

@@ -1,4 +1,4 @@
-// HDR test scenes for the tone mapper: the aligned street bracket merged to floats, or a
+// HDR test scenes for the tone mapper: the aligned street bracket merged by the library, or a
 // synthetic scene when the sample photographs are absent, and PNG helpers.
 #pragma once
 
@@ -24,8 +24,8 @@ bool write_png_rgb(const std::string &path, int width, int height, int bits, con
 // Planar RGBE rows of interleaved floats (mantissas rounded down, exponent bias 128).
 std::vector<unsigned char> floats_to_rgbe(int width, int height, const float *rgb);
 
-// The street bracket merged with hat weights, or a synthetic scene of the given size
-// when the sample data is missing.
+// The street bracket merged by lv_hdr_merge (empty when the sample data is missing), and a
+// synthetic scene of the given size.
 HdrScene street_scene();
 HdrScene synthetic_scene(int width, int height);
 

@@ -125,12 +125,19 @@ TEST(TmSimple, NeutralSettingsKeepGreysGreyAndHighlightsUnblown) {
     for (size_t i = 0; i < static_cast<size_t>(grey.width) * grey.height; ++i)
         ASSERT_TRUE(out[3 * i] == out[3 * i + 1] && out[3 * i + 1] == out[3 * i + 2]) << i;
 
+    // Only what the scene itself clipped may render as full white: pixels below 90% of the
+    // brightest luminance keep some detail.
     Job colour(s);
     const auto img = render(colour, 2);
-    size_t blown = 0, pixels = static_cast<size_t>(s.width) * s.height;
+    const size_t pixels = static_cast<size_t>(s.width) * s.height;
+    float top = 0.0f;
     for (size_t i = 0; i < pixels; ++i)
-        blown += img[3 * i] == 255 && img[3 * i + 1] == 255 && img[3 * i + 2] == 255;
-    EXPECT_LT(blown, pixels / 100) << "more than 1% of the pixels clip to white at defaults";
+        top = std::max(top, grey.rgb[3 * i]);
+    size_t blown = 0;
+    for (size_t i = 0; i < pixels; ++i)
+        blown += grey.rgb[3 * i] < 0.9f * top && img[3 * i] == 255 && img[3 * i + 1] == 255 &&
+                 img[3 * i + 2] == 255;
+    EXPECT_LT(blown, pixels / 1000) << "highlights below the scene's own clip render as white";
 }
 
 TEST(TmSimple, TemperatureWarmsAndCoolsAGrey) {
