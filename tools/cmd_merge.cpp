@@ -1,0 +1,125 @@
+// lvhdr merge: a bracket of photographs to one Radiance HDR file.
+#include "capture_meta.h"
+#include "cli.h"
+#include "commands.h"
+#include "hdr_pipeline.h"
+#include "progress_bar.h"
+#include "pending_api.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace lvhdr {
+namespace {
+
+const char *merge_help =
+    "usage: lvhdr merge [options] -o OUT.hdr IMAGE...\n"
+    "\n"
+    "Merges a bracket of aligned photographs (8- or 16-bit JPEG, PNG or TIFF, all of one\n"
+    "size) into a Radiance HDR file. The exposures come from each file's EXIF exposure\n"
+    "time, f-number and ISO; when a file has none, or with --derive, they are worked out\n"
+    "from the images' brightness. The file keeps the capture settings that all frames share.\n"
+    "\n"
+    "options:\n"
+    "  -o, --output FILE   the .hdr file to write (required)\n"
+    "  --ev-step STOPS     take the bracket as evenly spaced by STOPS (e.g. 2), ignoring EXIF\n"
+    "  --derive            derive the exposures from the images even when EXIF has them\n"
+    "  --timings           print how long each step took\n"
+    "  -h, --help          show this help\n";
+
+} // namespace
+
+int cmd_merge(int argc, char **argv) {
+    ParsedArgs args;
+    std::string err;
+    if (!parse_args(argc, argv, 2,
+                    {{"--output", "-o", true},
+                     {"--ev-step", nullptr, true},
+                     {"--derive", nullptr, false},
+                     {"--timings", nullptr, false}},
+                    args, err))
+        return usage_error("merge", err);
+    if (args.has("--help")) {
+        std::fputs(merge_help, stdout);
+        return exit_ok;
+    }
+    const std::string out_path = args.get("--output");
+    if (out_path.empty()) return usage_error("merge", "no output file given (-o OUT.hdr)");
+    if (extension_of(out_path) != "hdr")
+        return usage_error("merge", "the output file must end in .hdr");
+    if (args.positional.empty()) return usage_error("merge", "no input images given");
+    double step = 0;
+    if (args.has("--ev-step") &&
+        !parse_number("--ev-step", args.get("--ev-step"), 0.1, 8.0, step, err))
+        return usage_error("merge", err);
+    if (args.has("--ev-step") && args.has("--derive"))
+        return usage_error("merge", "--ev-step and --derive exclude each other");
+
+    Stopwatch clock;
+    const int n = int(args.positional.size());
+    Bracket bracket;
+    bracket.planned = n;
+    std::vector<MetadataBuf> meta(static_cast<size_t>(n));
+    bool all_have_exif = true;
+    {
+        ProgressBar bar("decoding");
+        for (int i = 0; i < n; ++i) {
+            const std::string &path = args.positional[size_t(i)];
+            Image frame;
+            if (!read_image(path, frame, err)) return fail(path, err);
+            if (!bracket.add(frame, err)) return fail(path, err);
+            if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;
+            bar.update(float(i + 1) / n);
+        }
+    }
+    const double t_decode = clock.lap();
+
+    ExposureSource source = ExposureSource::given;
+    std::vector<float> exposures;
+    const char *origin = "EXIF";
+    if (args.has("--ev-step")) {
+        source = ExposureSource::even_step;
+        origin = "--ev-step";
+    } else if (args.has("--derive") || !all_have_exif || n < 2) {
+        source = ExposureSource::derived;
+        origin = "the images' brightness";
+    } else {
+        exposures = exposures_from_metadata(meta);
+        for (float e : exposures)
+            if (!(e > 0)) source = ExposureSource::derived;
+        if (source == ExposureSource::derived) origin = "the images' brightness";
+    }
+
+    HdrImage hdr;
+    float stats[3] = {0, 0, 0};
+    if (!merge_bracket(bracket, source, float(step), exposures, hdr, stats, err))
+        return fail(out_path, err);
+    const double t_merge = clock.lap();
+
+    // The merged file claims only the settings that every frame shares.
+    hdr.meta = meta[0];
+    for (int i = 1; i < n; ++i) constant_exif(&hdr.meta, &meta[size_t(i)]);
+    if (!write_hdr(out_path, hdr, err)) return fail(out_path, err);
+    const double t_write = clock.lap();
+
+    std::printf("merged %d images of %dx%d, %d-bit, exposures from %s\n", n, bracket.width,
+                bracket.height, bracket.bits, origin);
+    float darkest = exposures[0];
+    for (float e : exposures) darkest = std::fmin(darkest, e);
+    for (int i = 0; i < n; ++i) {
+        const std::string settings = describe_exposure(meta[size_t(i)]);
+        std::printf("  %-40s %+6.2f EV%s%s\n", args.positional[size_t(i)].c_str(),
+                    std::log2(exposures[size_t(i)] / darkest), settings.empty() ? "" : "  ",
+                    settings.c_str());
+    }
+    if (stats[0] > 0 && stats[1] > stats[0])
+        std::printf("luminance %.4g to %.4g (%.1f stops), mean %.4g\n", stats[0] / 256.0,
+                    stats[1] / 256.0, std::log2(stats[1] / stats[0]), stats[2] / 256.0);
+    std::printf("wrote %s\n", out_path.c_str());
+    if (args.has("--timings"))
+        std::printf("timings: decode %.3f s, merge %.3f s, write %.3f s\n", t_decode, t_merge,
+                    t_write);
+    return exit_ok;
+}
+
+} // namespace lvhdr

@@ -1,0 +1,108 @@
+// File kind detection, format dispatch and all-or-nothing writes.
+#include "codecs.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <unistd.h>
+
+namespace lvhdr {
+
+FileKind sniff_file(const std::string &path) {
+    std::unique_ptr<FILE, FileCloser> f(std::fopen(path.c_str(), "rb"));
+    if (!f) return FileKind::missing;
+    unsigned char b[4] = {0, 0, 0, 0};
+    const size_t got = std::fread(b, 1, 4, f.get());
+    if (got >= 3 && b[0] == 0xFF && b[1] == 0xD8 && b[2] == 0xFF) return FileKind::jpeg;
+    if (got == 4 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G') return FileKind::png;
+    if (got == 4 && ((b[0] == 'I' && b[1] == 'I' && b[2] == 42 && b[3] == 0) ||
+                     (b[0] == 'M' && b[1] == 'M' && b[2] == 0 && b[3] == 42)))
+        return FileKind::tiff;
+    if (got >= 2 && b[0] == '#' && b[1] == '?') return FileKind::radiance;
+    return FileKind::unknown;
+}
+
+const char *kind_name(FileKind kind) {
+    switch (kind) {
+    case FileKind::jpeg: return "JPEG";
+    case FileKind::png: return "PNG";
+    case FileKind::tiff: return "TIFF";
+    case FileKind::radiance: return "Radiance HDR";
+    case FileKind::missing: return "missing";
+    default: return "unknown";
+    }
+}
+
+std::string extension_of(const std::string &path) {
+    const size_t slash = path.find_last_of('/');
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+    std::string ext = path.substr(dot + 1);
+    for (char &c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+bool read_image(const std::string &path, Image &image, std::string &error) {
+    switch (sniff_file(path)) {
+    case FileKind::missing:
+        error = std::strerror(errno);
+        return false;
+    case FileKind::jpeg: return read_jpeg(path, image, error);
+    case FileKind::png: return read_png(path, image, error);
+    case FileKind::tiff: return read_tiff(path, image, error);
+    case FileKind::radiance:
+        error = "is an HDR file; expected a JPEG, PNG or TIFF photograph";
+        return false;
+    default: error = "not a JPEG, PNG or TIFF image"; return false;
+    }
+}
+
+bool write_atomically(const std::string &path, std::string &error,
+                      const std::function<bool(const std::string &, std::string &)> &write) {
+    // The temporary lives in the target's folder so that rename() never crosses devices.
+    const size_t slash = path.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string tmp = dir + "." + base + ".part" + std::to_string(getpid());
+    if (!write(tmp, error)) {
+        std::remove(tmp.c_str());
+        return false;
+    }
+    if (std::rename(tmp.c_str(), path.c_str()) != 0) {
+        error = std::string("cannot rename into place: ") + std::strerror(errno);
+        std::remove(tmp.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool write_image(const std::string &path, const Image &image, std::string &error) {
+    const std::string ext = extension_of(path);
+    if (image.pixels.size() < image.bytes() || image.width < 1 || image.height < 1) {
+        error = "empty image";
+        return false;
+    }
+    if (ext == "png")
+        return write_atomically(path, error, [&](const std::string &tmp, std::string &err) {
+            return write_png(tmp, image, err);
+        });
+    if (ext == "tif" || ext == "tiff")
+        return write_atomically(path, error, [&](const std::string &tmp, std::string &err) {
+            return write_tiff(tmp, image, err);
+        });
+    if (ext == "jpg" || ext == "jpeg") {
+        if (image.bits != 8) {
+            error = "JPEG holds 8 bits a sample only; use .png or .tif for 16-bit output";
+            return false;
+        }
+        return write_atomically(path, error, [&](const std::string &tmp, std::string &err) {
+            return write_jpeg(tmp, image, 92, err);
+        });
+    }
+    error = "unknown output format '." + ext + "' (use .png, .jpg or .tif)";
+    return false;
+}
+
+} // namespace lvhdr
