@@ -1,0 +1,116 @@
+// lvhdr's picture files: what it writes it reads back, and bad files fail cleanly.
+#ifdef LV_HAVE_LVHDR
+#include "image_io.h"
+#include "tool_test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+
+using namespace lvhdr;
+using tooltest::count_entries;
+using tooltest::file_exists;
+using tooltest::scratch_dir;
+
+namespace {
+
+Image noise_image(int w, int h, int bits, uint32_t seed) {
+    Image im;
+    im.width = w;
+    im.height = h;
+    im.bits = bits;
+    im.pixels.resize(im.bytes());
+    std::mt19937 rng(seed);
+    for (auto &b : im.pixels) b = uint8_t(rng());
+    return im;
+}
+
+void write_bytes(const std::string &path, const std::string &bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+} // namespace
+
+TEST(PictureFiles, LosslessFormatsRoundTripEveryBitAtBothDepths) {
+    const std::string dir = scratch_dir();
+    for (const char *ext : {"png", "tif"})
+        for (int bits : {8, 16}) {
+            // Odd sizes catch row-pitch mistakes; 16-bit noise catches byte-order ones.
+            const Image in = noise_image(37, 23, bits, uint32_t(bits));
+            const std::string path = dir + "/round." + ext;
+            std::string err;
+            ASSERT_TRUE(write_image(path, in, err)) << ext << " " << bits << ": " << err;
+            Image out;
+            ASSERT_TRUE(read_image(path, out, err)) << ext << " " << bits << ": " << err;
+            EXPECT_EQ(out.width, 37);
+            EXPECT_EQ(out.height, 23);
+            EXPECT_EQ(out.bits, bits);
+            EXPECT_EQ(out.pixels, in.pixels) << ext << " " << bits;
+        }
+}
+
+TEST(PictureFiles, JpegRoundTripStaysCloseOnSmoothContent) {
+    const std::string dir = scratch_dir();
+    Image in;
+    in.width = 64;
+    in.height = 48;
+    in.pixels.resize(in.bytes());
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            for (int c = 0; c < 3; ++c) in.pixels[3 * (y * 64 + x) + c] = uint8_t(x * 2 + y + c * 20);
+    std::string err;
+    ASSERT_TRUE(write_image(dir + "/smooth.jpg", in, err)) << err;
+    Image out;
+    ASSERT_TRUE(read_image(dir + "/smooth.jpg", out, err)) << err;
+    ASSERT_EQ(out.pixels.size(), in.pixels.size());
+    int worst = 0;
+    for (size_t i = 0; i < in.pixels.size(); ++i)
+        worst = std::max(worst, std::abs(int(in.pixels[i]) - int(out.pixels[i])));
+    EXPECT_LE(worst, 12);
+}
+
+TEST(PictureFiles, FailedWritesLeaveNothingBehind) {
+    const std::string dir = scratch_dir();
+    const Image im = noise_image(8, 8, 16, 3);
+    std::string err;
+    EXPECT_FALSE(write_image(dir + "/deep.jpg", im, err)); // JPEG has no 16-bit form
+    EXPECT_FALSE(write_image(dir + "/what.bmp", im, err));
+    EXPECT_FALSE(write_image(dir + "/no/such/folder/x.png", im, err));
+    EXPECT_EQ(count_entries(dir), 0) << "a temporary or partial file was left";
+    // An existing file is replaced only by a complete one.
+    write_bytes(dir + "/keep.png", "old");
+    EXPECT_FALSE(write_image(dir + "/keep.png", Image{}, err));
+    std::ifstream f(dir + "/keep.png");
+    std::string kept((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(kept, "old");
+    EXPECT_EQ(count_entries(dir), 1);
+}
+
+TEST(PictureFiles, DamagedOrForeignFilesAreRefusedWithAReason) {
+    const std::string dir = scratch_dir();
+    const Image im = noise_image(64, 64, 8, 5);
+    std::string err;
+    ASSERT_TRUE(write_image(dir + "/full.jpg", im, err));
+    ASSERT_TRUE(write_image(dir + "/full.png", im, err));
+    ASSERT_TRUE(write_image(dir + "/full.tif", im, err));
+    for (const char *name : {"full.jpg", "full.png", "full.tif"}) {
+        std::ifstream f(dir + "/" + name, std::ios::binary);
+        std::string bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+        write_bytes(dir + "/cut-" + name, bytes.substr(0, bytes.size() / 2));
+    }
+    write_bytes(dir + "/notes.txt", "exposure 1/250 s\n");
+    write_bytes(dir + "/empty.png", "");
+    for (const char *name : {"cut-full.jpg", "cut-full.png", "cut-full.tif", "notes.txt",
+                             "empty.png", "missing.jpg"}) {
+        Image out;
+        err.clear();
+        EXPECT_FALSE(read_image(dir + "/" + name, out, err)) << name;
+        EXPECT_FALSE(err.empty()) << name;
+        EXPECT_EQ(err.find('\n'), std::string::npos) << name;
+    }
+}
+
+#endif
