@@ -40,7 +40,7 @@ bool inside(double u, double v, double u0, double v0, double u1, double v1) {
 }
 
 constexpr double sun_light = 6.0; // irradiance on sunlit surfaces: albedo 0.18 reads ~1
-constexpr double sky_light = 0.12; // irradiance in the wall's shadow: about 5.6 stops less
+constexpr double sky_light = 0.25; // irradiance in the wall's shadow: 4.6 stops less
 
 // The shadowed brick wall with its grille, doorway and lit window. px, py are pixels.
 Rgb wall(double u, double v, double px, double py, double unit) {
@@ -61,7 +61,7 @@ Rgb wall(double u, double v, double px, double py, double unit) {
     if (inside(u, v, 0.24, 0.60, 0.36, 1.0)) {
         const double plank = 0.75 + 0.5 * hash01(0, int(py / (5 * unit)), 11);
         const double crate = inside(u, v, 0.27, 0.82, 0.32, 0.95) ? 2.5 : 1.0;
-        return Rgb{0.9, 0.85, 0.8} * (0.004 * plank * crate * (0.9 + 0.2 * hash01(int(px), int(py), 12)));
+        return Rgb{0.9, 0.85, 0.8} * (0.003 * plank * crate * (0.9 + 0.2 * hash01(int(px), int(py), 12)));
     }
     // Ventilation grille: alternating one-pixel bars, the finest detail of the scene.
     if (inside(u, v, 0.05, 0.55, 0.17, 0.75)) {

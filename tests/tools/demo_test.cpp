@@ -36,6 +36,12 @@ double fraction_at(const Image &im, uint8_t level) {
     return double(n) / im.pixels.size();
 }
 
+double fraction_below(const Image &im, uint8_t level) {
+    size_t n = 0;
+    for (uint8_t v : im.pixels) n += v < level;
+    return double(n) / im.pixels.size();
+}
+
 } // namespace
 
 TEST(SyntheticBracket, SpansAtLeastFourteenStopsInFiveFramesTwoStopsApart) {
@@ -45,11 +51,11 @@ TEST(SyntheticBracket, SpansAtLeastFourteenStopsInFiveFramesTwoStopsApart) {
     ASSERT_EQ(d.exposures.size(), 5u);
     for (size_t i = 1; i < d.exposures.size(); ++i)
         EXPECT_NEAR(std::log2(d.exposures[i] / d.exposures[i - 1]), 2.0, 1e-6);
-    // The darkest frame still clips the sun, the brightest still has deep shadow in
-    // it: no single frame holds the scene.
+    // The darkest frame still clips the sun and leaves the shade in the bottom codes; the
+    // brightest clips most of the picture: no single frame holds the scene.
     EXPECT_GT(fraction_at(d.frames.front(), 255), 0.0);
+    EXPECT_GT(fraction_below(d.frames.front(), 16), 0.2);
     EXPECT_GT(fraction_at(d.frames.back(), 255), 0.3);
-    EXPECT_GT(fraction_at(d.frames.front(), 0), 0.05);
 }
 
 TEST(SyntheticBracket, IsRepeatable) {
@@ -89,7 +95,7 @@ TEST(SyntheticBracket, AccuracyMeasureCatchesAFrameWithTheWrongExposure) {
     EXPECT_GT(measure_accuracy(d.scene, hdr, d.exposures).median_error, 0.1);
 }
 
-TEST(SyntheticBracket, ExposuresDerivedFromTheImagesComeOutInTheRightOrder) {
+TEST(SyntheticBracket, ExposuresDerivedFromTheImagesRiseWithTheFrames) {
     const Fixture &d = demo();
     std::vector<float> derived;
     HdrImage hdr;
@@ -99,7 +105,10 @@ TEST(SyntheticBracket, ExposuresDerivedFromTheImagesComeOutInTheRightOrder) {
                               stats, err))
         << err;
     ASSERT_EQ(derived.size(), 5u);
-    for (size_t i = 1; i < derived.size(); ++i) EXPECT_GT(derived[i], derived[i - 1]);
+    // The two brightest frames are mostly clipped and may measure alike, so only the
+    // order and the overall spread are held.
+    for (size_t i = 1; i < derived.size(); ++i) EXPECT_GE(derived[i], derived[i - 1]);
+    EXPECT_GT(std::log2(derived.back() / derived.front()), 4.0);
 }
 
 #endif
