@@ -1,0 +1,136 @@
+#!/usr/bin/env python3
+"""Side-by-side timings of lumivantor and the tools people use instead, on one bracket.
+
+Called by bench/compare with the built lvhdr and bench_hdr_io, the bracket folder and a
+scratch folder. Every operation runs in a process of its own under /usr/bin/time, so its
+peak memory (maximum resident set) is its own; the time is the operation's alone, taken
+inside the process, best of LV_BENCH_REPEAT runs (default 3).
+"""
+import glob
+import os
+import re
+import subprocess
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+PY = "/usr/bin/python3"  # the distribution's python, which has python3-opencv
+REPEAT = int(os.environ.get("LV_BENCH_REPEAT", "3"))
+
+
+def run(cmd, stdin=None, stdout=None):
+    """Runs cmd under /usr/bin/time; returns (its stdout text, peak MB, wall seconds)."""
+    timed = ["/usr/bin/time", "-f", "@@peak %M wall %e"] + cmd
+    p = subprocess.run(timed, stdin=stdin, stdout=stdout or subprocess.PIPE,
+                       stderr=subprocess.PIPE, text=stdout is None)
+    err = p.stderr if isinstance(p.stderr, str) else p.stderr.decode(errors="replace")
+    if p.returncode != 0:
+        sys.exit("bench/compare: %s failed:\n%s" % (" ".join(cmd), err.strip()))
+    m = re.search(r"@@peak (\d+) wall ([\d.]+)", err)
+    return (p.stdout if stdout is None else ""), int(m.group(1)) / 1024.0, float(m.group(2))
+
+
+def best(cmd, parse, **kw):
+    """Best time of REPEAT runs, the largest peak memory, and the parsed megapixels."""
+    times, peaks, mp = [], [], 0.0
+    for _ in range(REPEAT):
+        out, peak, wall = run(cmd, **kw)
+        seconds, mp = parse(out, wall)
+        times.append(seconds)
+        peaks.append(peak)
+    return min(times), max(peaks), mp
+
+
+def kv(out, _wall):
+    d = dict(re.findall(r"(\w+)=([\d.]+)", out))
+    return float(d["seconds"]), int(d["width"]) * int(d["height"]) / 1e6
+
+
+def lvhdr_timing(step, mp):
+    def parse(out, _wall):
+        m = re.search(r"%s ([\d.]+) s" % step, out)
+        if not m:
+            sys.exit("bench/compare: no '%s' timing in:\n%s" % (step, out))
+        return float(m.group(1)), mp
+    return parse
+
+
+def wall_only(mp):
+    return lambda _out, wall: (wall, mp)
+
+
+def exposure_times(lvhdr, frames):
+    """Exposure times in seconds as lvhdr reads them from EXIF."""
+    times = []
+    for f in frames:
+        out = subprocess.run([lvhdr, "info", f], capture_output=True, text=True).stdout
+        m = re.search(r"exposure: (?:1/([\d.]+)|([\d.]+)) s", out)
+        if not m:
+            sys.exit("bench/compare: %s has no EXIF exposure time" % f)
+        times.append(1.0 / float(m.group(1)) if m.group(1) else float(m.group(2)))
+    return times
+
+
+def main():
+    lvhdr, hdr_io, data, work = sys.argv[1:5]
+    frames = sorted(glob.glob(os.path.join(data, "*.jp*g")))
+    if len(frames) < 2:
+        sys.exit("bench/compare: no bracket in %s" % data)
+    os.makedirs(work, exist_ok=True)
+    ours_hdr = os.path.join(work, "ours.hdr")
+    peers = os.path.join(HERE, "peers_opencv.py")
+    times = exposure_times(lvhdr, frames)
+
+    out, _, _ = run([lvhdr, "merge", "--timings", "-o", ours_hdr] + frames)
+    size = re.search(r"of (\d+)x(\d+)", out)
+    mp = int(size.group(1)) * int(size.group(2)) / 1e6
+    rows = []  # (task, tool, seconds, peak MB, megapixels, note)
+
+    t = best([lvhdr, "merge", "--timings", "-o", ours_hdr] + frames, lvhdr_timing("merge", mp))
+    rows.append(("merge %d frames" % len(frames), "lumivantor lv_hdr_merge", *t, "EXIF exposures"))
+    t = best([PY, peers, "merge", ",".join("%g" % x for x in times)] + frames, kv)
+    rows.append(("merge %d frames" % len(frames), "OpenCV MergeDebevec", *t, "linear response"))
+
+    t = best([hdr_io, "write", ours_hdr, os.path.join(work, "ours-again.hdr")], kv)
+    rows.append((".hdr write", "lumivantor lv_io_rgbe_write", *t, "run-length coded"))
+    t = best([PY, peers, "write", ours_hdr, os.path.join(work, "opencv.hdr")], kv)
+    rows.append((".hdr write", "OpenCV imwrite", *t, ""))
+
+    t = best([hdr_io, "read", ours_hdr], kv)
+    rows.append((".hdr read", "lumivantor lv_io_read_rgbe", *t, ""))
+    t = best([PY, peers, "read", ours_hdr], kv)
+    rows.append((".hdr read", "OpenCV imread", *t, ""))
+
+    t = best([lvhdr, "tonemap", "--timings", "-o", os.path.join(work, "ours.png"), ours_hdr],
+             lvhdr_timing("tonemap", mp))
+    rows.append(("global tone map", "lumivantor tm_simple", *t, "with its statistics"))
+    t = best([PY, peers, "tonemap", ours_hdr, os.path.join(work, "opencv.png")], kv)
+    rows.append(("global tone map", "OpenCV TonemapReinhard", *t, ""))
+    pfs_in = os.path.join(work, "ours.pfs")
+    with open(pfs_in, "wb") as f:
+        subprocess.run(["pfsin", ours_hdr], stdout=f, check=True)
+    def pfstmo():
+        with open(pfs_in, "rb") as i, open(os.path.join(work, "pfstmo.pfs"), "wb") as o:
+            return run(["pfstmo_reinhard05"], stdin=i, stdout=o)
+    results = [pfstmo() for _ in range(REPEAT)]
+    rows.append(("global tone map", "pfstmo_reinhard05", min(r[2] for r in results),
+                 max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
+
+    print("bracket: %d x %.1f MP from %s; best of %d runs; ratio = peer / lumivantor"
+          % (len(frames), mp, data, REPEAT))
+    head = "%-16s %-28s %9s %8s %9s %11s %10s  %s"
+    print(head % ("task", "tool", "time s", "MP/s", "peak MB", "time ratio", "mem ratio",
+                  "note"))
+    ours = None
+    for task, tool, sec, peak, mpix, note in rows:
+        if tool.startswith("lumivantor"):
+            ours = (sec, peak)
+            ratio_t = ratio_m = "1.00"
+        else:
+            ratio_t = "%.2f" % (sec / ours[0])
+            ratio_m = "%.2f" % (peak / ours[1])
+        print(head % (task, tool, "%.3f" % sec, "%.1f" % (mpix / sec), "%.0f" % peak,
+                      ratio_t, ratio_m, note))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,65 @@
+#!/usr/bin/env python3
+"""OpenCV's side of bench/compare: one timed operation a process.
+
+  peers_opencv.py merge TIMES IMG...     MergeDebevec on the decoded bracket
+  peers_opencv.py read IN.hdr            imread of a Radiance file
+  peers_opencv.py write IN.hdr OUT.hdr   imwrite of a Radiance file (after reading it)
+  peers_opencv.py tonemap IN.hdr OUT.png TonemapReinhard to 8 bits
+
+TIMES is a comma-separated list of exposure times in seconds. Decoding and file reads that
+only prepare the input are left out of the time, as they are on our side. Prints
+"seconds=<s> width=<w> height=<h>".
+"""
+import sys
+import time
+
+import cv2
+import numpy as np
+
+
+
+
+def report(seconds, img):
+    print("seconds=%.6f width=%d height=%d" % (seconds, img.shape[1], img.shape[0]))
+
+
+def read_hdr(path):
+    img = cv2.imread(path, cv2.IMREAD_ANYDEPTH | cv2.IMREAD_COLOR)
+    if img is None:
+        sys.exit("peers_opencv: %s: OpenCV cannot read it" % path)
+    return img
+
+
+def main():
+    op, args = sys.argv[1], sys.argv[2:]
+    if op == "merge":
+        times = np.array([float(t) for t in args[0].split(",")], dtype=np.float32)
+        # Orientation is ignored on both sides: the merge works on the stored pixels.
+        frames = [cv2.imread(p, cv2.IMREAD_COLOR | cv2.IMREAD_IGNORE_ORIENTATION)
+                  for p in args[1:]]
+        t0 = time.perf_counter()
+        hdr = cv2.createMergeDebevec().process(frames, times)
+        report(time.perf_counter() - t0, hdr)
+    elif op == "read":
+        t0 = time.perf_counter()
+        img = read_hdr(args[0])
+        report(time.perf_counter() - t0, img)
+    elif op == "write":
+        img = read_hdr(args[0])
+        t0 = time.perf_counter()
+        if not cv2.imwrite(args[1], img):
+            sys.exit("peers_opencv: %s: write failed" % args[1])
+        report(time.perf_counter() - t0, img)
+    elif op == "tonemap":
+        img = read_hdr(args[0])
+        t0 = time.perf_counter()
+        ldr = cv2.createTonemapReinhard(gamma=2.2).process(img)
+        out = np.clip(ldr * 255.0, 0, 255).astype(np.uint8)
+        report(time.perf_counter() - t0, img)
+        cv2.imwrite(args[1], out)
+    else:
+        sys.exit("usage: see the module's docstring")
+
+
+if __name__ == "__main__":
+    main()
