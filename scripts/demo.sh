@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# The main job: builds the library and its example host, then runs the demo.
+# The main job: builds the library and its example host, then runs the demo, which makes a
+# synthetic bracket, merges it, tone-maps it and measures the merge against the truth.
 # Usage: scripts/demo.sh [output folder]   (default: demo-out)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build
+echo "building lvhdr (first time: a minute or two)..."
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build --target lvhdr -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
-exec build/tools/lvhdr demo "$@"
+exec build/tools/lvhdr demo -o "${1:-demo-out}"

@@ -6,6 +6,7 @@
 #include "progress_bar.h"
 #include "pending_api.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -23,9 +24,30 @@ const char *merge_help =
     "options:\n"
     "  -o, --output FILE   the .hdr file to write (required)\n"
     "  --ev-step STOPS     take the bracket as evenly spaced by STOPS (e.g. 2), ignoring EXIF\n"
+    "  --times LIST        exposure times in seconds, one per image, e.g. 1/250,1/60,1/15\n"
     "  --derive            derive the exposures from the images even when EXIF has them\n"
     "  --timings           print how long each step took\n"
     "  -h, --help          show this help\n";
+
+// Parses "1/250,1/60,0.5" into seconds.
+bool parse_times(const std::string &list, std::vector<float> &times, std::string &error) {
+    size_t start = 0;
+    while (start <= list.size()) {
+        const size_t comma = std::min(list.find(',', start), list.size());
+        const std::string item = list.substr(start, comma - start);
+        double num = 0, den = 1;
+        const size_t slash = item.find('/');
+        const bool ok =
+            slash == std::string::npos
+                ? parse_number("--times", item, 1e-6, 3600, num, error)
+                : parse_number("--times", item.substr(0, slash), 1e-6, 3600, num, error) &&
+                      parse_number("--times", item.substr(slash + 1), 1e-6, 1e6, den, error);
+        if (!ok) return false;
+        times.push_back(float(num / den));
+        start = comma + 1;
+    }
+    return true;
+}
 
 } // namespace
 
@@ -35,6 +57,7 @@ int cmd_merge(int argc, char **argv) {
     if (!parse_args(argc, argv, 2,
                     {{"--output", "-o", true},
                      {"--ev-step", nullptr, true},
+                     {"--times", nullptr, true},
                      {"--derive", nullptr, false},
                      {"--timings", nullptr, false}},
                     args, err))
@@ -52,8 +75,17 @@ int cmd_merge(int argc, char **argv) {
     if (args.has("--ev-step") &&
         !parse_number("--ev-step", args.get("--ev-step"), 0.1, 8.0, step, err))
         return usage_error("merge", err);
-    if (args.has("--ev-step") && args.has("--derive"))
-        return usage_error("merge", "--ev-step and --derive exclude each other");
+    if (args.has("--ev-step") + args.has("--derive") + args.has("--times") > 1)
+        return usage_error("merge", "--ev-step, --times and --derive exclude each other");
+    std::vector<float> given_times;
+    if (args.has("--times")) {
+        if (!parse_times(args.get("--times"), given_times, err))
+            return usage_error("merge", err);
+        if (given_times.size() != args.positional.size())
+            return usage_error("merge", "--times lists " + std::to_string(given_times.size()) +
+                                            " exposures for " +
+                                            std::to_string(args.positional.size()) + " images");
+    }
 
     Stopwatch clock;
     const int n = int(args.positional.size());
@@ -80,6 +112,9 @@ int cmd_merge(int argc, char **argv) {
     if (args.has("--ev-step")) {
         source = ExposureSource::even_step;
         origin = "--ev-step";
+    } else if (args.has("--times")) {
+        exposures = given_times; // same aperture and ISO: the time is the exposure factor
+        origin = "--times";
     } else if (args.has("--derive") || !all_have_exif || n < 2) {
         source = ExposureSource::derived;
         origin = "the images' brightness";
