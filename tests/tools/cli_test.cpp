@@ -55,6 +55,7 @@ TEST(CommandLine, WrongUsageExitsTwoWithOneLine) {
         {"merge -o out.hdr", "no input"},
         {"merge --ev-step two -o out.hdr a.jpg", "--ev-step"},
         {"merge --bogus -o out.hdr a.jpg", "--bogus"},
+        {"merge --times 1/250,1/60 -o out.hdr a.jpg", "--times"},
         {"tonemap -o out.png", "no input"},
         {"tonemap --method fancy -o out.png in.hdr", "fancy"},
         {"tonemap --brightness 40 -o out.png in.hdr", "--brightness"},
