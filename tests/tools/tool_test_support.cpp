@@ -9,6 +9,7 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace tooltest {
 
@@ -23,7 +24,10 @@ std::string slurp(const std::string &path) {
 
 RunResult run_lvhdr(const std::string &args) {
 #ifdef LVHDR_EXE
-    const std::string base = std::string(LV_BINARY_DIR) + "/lvhdr-run";
+    // Test programs run in parallel under ctest: each run captures into its own files.
+    static int serial = 0;
+    const std::string base = std::string(LV_BINARY_DIR) + "/lvhdr-run-" +
+                             std::to_string(getpid()) + "-" + std::to_string(++serial);
     const std::string cmd = std::string(LVHDR_EXE) + " " + args + " >" + base + ".out 2>" +
                             base + ".err </dev/null";
     RunResult r;
@@ -31,6 +35,8 @@ RunResult run_lvhdr(const std::string &args) {
     r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     r.out = slurp(base + ".out");
     r.err = slurp(base + ".err");
+    std::remove((base + ".out").c_str());
+    std::remove((base + ".err").c_str());
     return r;
 #else
     (void)args;
