@@ -13,6 +13,7 @@
 
 namespace tooltest {
 
+#ifdef LVHDR_EXE
 namespace {
 std::string slurp(const std::string &path) {
     std::ifstream f(path, std::ios::binary);
@@ -21,6 +22,7 @@ std::string slurp(const std::string &path) {
     return s.str();
 }
 } // namespace
+#endif
 
 RunResult run_lvhdr(const std::string &args) {
 #ifdef LVHDR_EXE
