@@ -1,6 +1,8 @@
 // EXIF capture metadata for lvhdr.
 #include "capture_meta.h"
 
+#include "exif_walk.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -8,9 +10,11 @@
 namespace lvhdr {
 
 bool read_capture_metadata(const std::string &path, MetadataBuf &meta) {
-    std::memset(&meta, 0, sizeof meta);
-    (void)path; // wired to the EXIF walker once it lands
-    return false;
+    if (!lvtool::read_metadata_file(path.c_str(), &meta, nullptr)) {
+        std::memset(&meta, 0, sizeof meta);
+        return false;
+    }
+    return meta.shutterNum > 0 && meta.shutterDen > 0;
 }
 
 std::string describe_exposure(const MetadataBuf &meta) {
@@ -25,7 +29,7 @@ std::string describe_exposure(const MetadataBuf &meta) {
         s += buf;
     }
     if (meta.apertureNum > 0 && meta.apertureDen > 0) {
-        std::snprintf(buf, sizeof buf, "%sf/%.3g", s.empty() ? "" : " ",
+        std::snprintf(buf, sizeof buf, "%sf/%.2g", s.empty() ? "" : " ",
                       double(meta.apertureNum) / meta.apertureDen);
         s += buf;
     }

@@ -1,6 +1,7 @@
 // lvhdr's road through the library: merge, Radiance files, statistics, global tone map.
 #include "hdr_pipeline.h"
 
+#include "exif_walk.h"
 #include "progress_bar.h"
 #include "pending_api.h"
 
@@ -69,14 +70,7 @@ bool merge_bracket(const Bracket &bracket, ExposureSource source, float step,
 std::vector<float> exposures_from_metadata(const std::vector<MetadataBuf> &meta) {
     // Seven fields an image: exposure time and f-number as fractions, APEX shutter, ISO.
     std::vector<float> records(meta.size() * 7, 0.0f);
-    for (size_t i = 0; i < meta.size(); ++i) {
-        float *r = records.data() + 7 * i;
-        r[0] = float(meta[i].shutterNum);
-        r[1] = float(meta[i].shutterDen);
-        r[2] = float(meta[i].apertureNum);
-        r[3] = float(meta[i].apertureDen);
-        r[5] = float(meta[i].iso);
-    }
+    for (size_t i = 0; i < meta.size(); ++i) lvtool::exposure_record(meta[i], &records[7 * i]);
     get_ev(int(meta.size()), records.data());
     records.resize(meta.size());
     return records;

@@ -1,8 +1,6 @@
 // TEMPORARY: weak fallbacks so lvhdr links before the library families it calls land.
 #include "pending_api.h"
 extern "C" {
-__attribute__((weak)) int32_t metadataBufFromExifInfo(const ExifInfo *, MetadataBuf *, MetadataGps *) { return 0; }
-__attribute__((weak)) int constant_exif(MetadataBuf *, const MetadataBuf *) { return 1; }
 __attribute__((weak)) int get_ev(int, float *) { return 1; }
 __attribute__((weak)) int lv_hdr_merge(LvProgressCallback, int, int, int, int, int, int, int, float, float *, float *, const void *, float *, unsigned char *) { return -99; }
 __attribute__((weak)) int lv_io_rgbe_write(const char *, int, int, const MetadataBuf *, int, const char *, const unsigned char *) { return -99; }
