@@ -4,7 +4,8 @@
 #include "commands.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
-#include "pending_api.h"
+
+#include <lumivantor/lumivantor.h>
 
 #include <algorithm>
 #include <cmath>
