@@ -111,6 +111,8 @@ bool write_png(const std::string &path, const Image &image, std::string &error) 
                  PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
     png_set_sRGB_gAMA_and_cHRM(s->png, s->info, PNG_sRGB_INTENT_PERCEPTUAL);
+    // Noisy photographs gain little from zlib's slower levels, and the demo writes many.
+    png_set_compression_level(s->png, 3);
     png_write_info(s->png, s->info);
     if (image.bits == 16 && host_is_little_endian()) png_set_swap(s->png);
     s->rows.resize(size_t(image.height));
