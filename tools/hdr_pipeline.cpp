@@ -3,7 +3,6 @@
 
 #include "exif_walk.h"
 #include "progress_bar.h"
-#include "pending_api.h"
 
 #include <lumivantor/lumivantor.h>
 
