@@ -15,7 +15,7 @@ cmake --build build -j "$jobs"
 ctest --test-dir build --output-on-failure -j "$jobs"
 
 echo "== sanitizer build"
-san_flags=(-DLV_SANITIZE=ON -DLV_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+san_flags=(-DLV_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo)
 if command -v clang++ >/dev/null; then
   san_flags+=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DLV_FUZZ=ON)
 fi
