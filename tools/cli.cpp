@@ -8,7 +8,7 @@
 
 namespace lvhdr {
 
-bool parse_args(int argc, char **argv, int first, const std::vector<OptionSpec> &specs,
+bool parse_args(int argc, char **argv, int first, const std::vector<OptionDef> &defs,
                 ParsedArgs &out, std::string &error) {
     bool only_files = false;
     for (int i = first; i < argc; ++i) {
@@ -33,23 +33,23 @@ bool parse_args(int argc, char **argv, int first, const std::vector<OptionSpec> 
             arg = arg.substr(0, eq);
             has_inline = true;
         }
-        const OptionSpec *spec = nullptr;
-        for (const auto &s : specs)
-            if (arg == s.name || (s.alias && arg == s.alias)) spec = &s;
-        if (!spec) {
+        const OptionDef *def = nullptr;
+        for (const auto &s : defs)
+            if (arg == s.name || (s.alias && arg == s.alias)) def = &s;
+        if (!def) {
             error = "unknown option '" + arg + "'";
             return false;
         }
-        if (!spec->takes_value) {
+        if (!def->takes_value) {
             if (has_inline) {
                 error = "option '" + arg + "' takes no value";
                 return false;
             }
-            out.options[spec->name] = "";
+            out.options[def->name] = "";
         } else if (has_inline) {
-            out.options[spec->name] = inline_value;
+            out.options[def->name] = inline_value;
         } else if (i + 1 < argc) {
-            out.options[spec->name] = argv[++i];
+            out.options[def->name] = argv[++i];
         } else {
             error = "option '" + arg + "' needs a value";
             return false;

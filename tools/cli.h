@@ -14,7 +14,7 @@ constexpr int exit_ok = 0;
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
 
-struct OptionSpec {
+struct OptionDef {
     const char *name;  // "--brightness"
     const char *alias; // "-b" or nullptr
     bool takes_value;
@@ -30,9 +30,9 @@ struct ParsedArgs {
     }
 };
 
-// Parses argv[first..argc) against the specs; "--help"/"-h" is always known. Accepts
+// Parses argv[first..argc) against the option definitions; "--help"/"-h" is always known. Accepts
 // "--name value" and "--name=value". On failure returns false with a reason.
-bool parse_args(int argc, char **argv, int first, const std::vector<OptionSpec> &specs,
+bool parse_args(int argc, char **argv, int first, const std::vector<OptionDef> &defs,
                 ParsedArgs &out, std::string &error);
 
 // Parses a number within [lo, hi]; false with a reason naming the option otherwise.
