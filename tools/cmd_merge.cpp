@@ -1,6 +1,7 @@
 // lvhdr merge: a bracket of photographs to one Radiance HDR file.
 #include "capture_meta.h"
 #include "cli.h"
+#include "exif_walk.h"
 #include "commands.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
@@ -100,6 +101,8 @@ int cmd_merge(int argc, char **argv) {
             const std::string &path = args.positional[size_t(i)];
             Image frame;
             if (!read_image(path, frame, err)) return fail(path, err);
+            // Phones store frames sideways and say so in EXIF; merge them upright.
+            turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
             if (!bracket.add(frame, err)) return fail(path, err);
             if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;
             bar.update(float(i + 1) / n);

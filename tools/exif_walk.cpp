@@ -11,6 +11,7 @@ namespace {
 
 constexpr uint16_t kTagMake = 0x010F;
 constexpr uint16_t kTagModel = 0x0110;
+constexpr uint16_t kTagOrientation = 0x0112;
 constexpr uint16_t kTagExifIfd = 0x8769;
 constexpr uint16_t kTagGpsIfd = 0x8825;
 constexpr size_t kMaxHeaderScan = size_t(1) << 24; // JPEG segments walked before giving up
@@ -107,6 +108,11 @@ bool walk_tiff(const Bytes &bytes, uint64_t base, uint64_t limit, ExifLayout *la
             make = ascii_value(bytes, base, entry, cnt, value, limit);
         else if (tag == kTagModel)
             model = ascii_value(bytes, base, entry, cnt, value, limit);
+        else if (tag == kTagOrientation && cnt == 1) {
+            // A SHORT held in the entry: its first two bytes in the file's byte order.
+            const uint32_t o = r.little ? (value & 0xFFFF) : (value >> 16);
+            if (o >= 1 && o <= 8) layout->orientation = int(o);
+        }
     }
     layout->camera = model.empty() ? make : model;
     return true;
@@ -188,6 +194,14 @@ bool read_exif_file(const char *path, ExifInfo *info) {
         return false;
     }
     return read_exif(file.get(), info);
+}
+
+int read_orientation_file(const char *path) {
+    if (!path) return 1;
+    std::unique_ptr<FILE, FileCloser> file(fopen(path, "rb"));
+    ExifLayout layout;
+    if (!file || !find_exif_layout(file.get(), &layout)) return 1;
+    return layout.orientation;
 }
 
 bool read_exif_memory(const uint8_t *data, size_t size, ExifInfo *info) {

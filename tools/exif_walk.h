@@ -24,7 +24,12 @@ struct ExifLayout {
     int64_t exif_ifd = -1; // the EXIF directory, or -1
     int64_t gps_ifd = -1;  // the GPS directory, or -1
     std::string camera;    // Model of the first directory (else Make), or empty
+    int orientation = 1;   // how the stored pixels turn upright: 1 as stored, 2..8 mirrored
+                           // and/or turned, as the first directory's Orientation tag says
 };
+
+// The Orientation (1..8) of a JPEG or TIFF file; 1 when absent, unreadable or out of range.
+int read_orientation_file(const char *path);
 
 // Finds the layout of a JPEG or TIFF held in memory. False when there is no TIFF header.
 bool find_exif_layout(const uint8_t *data, size_t size, ExifLayout *layout);

@@ -59,6 +59,34 @@ bool read_image(const std::string &path, Image &image, std::string &error) {
     }
 }
 
+void turn_upright(Image &image, int orientation) {
+    if (orientation < 2 || orientation > 8) return;
+    const int w = image.width, h = image.height;
+    const size_t px = size_t(3) * (image.bits / 8);
+    const bool swap_axes = orientation >= 5;
+    const int ow = swap_axes ? h : w, oh = swap_axes ? w : h;
+    std::vector<uint8_t> out(image.pixels.size());
+    for (int y = 0; y < oh; ++y) {
+        for (int x = 0; x < ow; ++x) {
+            int sx = x, sy = y; // where the upright pixel (x, y) is stored
+            switch (orientation) {
+            case 2: sx = w - 1 - x; break;
+            case 3: sx = w - 1 - x; sy = h - 1 - y; break;
+            case 4: sy = h - 1 - y; break;
+            case 5: sx = y; sy = x; break;
+            case 6: sx = y; sy = h - 1 - x; break;
+            case 7: sx = w - 1 - y; sy = h - 1 - x; break;
+            case 8: sx = w - 1 - y; sy = x; break;
+            }
+            std::memcpy(&out[(size_t(y) * ow + x) * px], &image.pixels[(size_t(sy) * w + sx) * px],
+                        px);
+        }
+    }
+    image.pixels.swap(out);
+    image.width = ow;
+    image.height = oh;
+}
+
 bool write_atomically(const std::string &path, std::string &error,
                       const std::function<bool(const std::string &, std::string &)> &write) {
     // The temporary lives in the target's folder so that rename() never crosses devices.

@@ -29,6 +29,11 @@ struct Image {
 // dropped). On failure returns false and puts a short reason, without the path, in `error`.
 bool read_image(const std::string &path, Image &image, std::string &error);
 
+// Turns a decoded image upright by its EXIF orientation (1..8: as stored, mirrored,
+// turned by 180, mirrored top to bottom, transposed, turned 90 clockwise, transversed,
+// turned 90 anticlockwise). Other values leave it as stored.
+void turn_upright(Image &image, int orientation);
+
 // Encodes by the extension of `path` (.png, .jpg/.jpeg, .tif/.tiff). JPEG takes 8-bit
 // images only. Writes to a temporary name beside `path` and renames it into place, so a
 // failure leaves no partial file.

@@ -177,6 +177,8 @@ TEST(CommandLine, MergesTheNightBracketWithExposuresFromExif) {
     std::string err;
     ASSERT_TRUE(read_hdr(dir + "/night.hdr", hdr, err)) << err;
     EXPECT_EQ(hdr.meta.iso, 1000) << "settings shared by the bracket are kept";
+    EXPECT_EQ(hdr.width, 1008) << "frames stored sideways are merged upright";
+    EXPECT_EQ(hdr.height, 756);
     EXPECT_EQ(hdr.meta.shutterNum, 0) << "the shutter differs across frames and is dropped";
 }
 

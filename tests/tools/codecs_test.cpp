@@ -34,6 +34,32 @@ void write_bytes(const std::string &path, const std::string &bytes) {
 
 } // namespace
 
+TEST(PictureFiles, OrientationTurnsTheStoredPixelsUpright) {
+    // Stored 3 wide and 2 high, pixels numbered 0..5 in their red sample.
+    Image stored;
+    stored.width = 3;
+    stored.height = 2;
+    stored.pixels.assign(stored.bytes(), 0);
+    for (int i = 0; i < 6; ++i) stored.pixels[size_t(3 * i)] = uint8_t(i);
+    auto upright = [&](int orientation) {
+        Image im = stored;
+        turn_upright(im, orientation);
+        std::vector<int> reds;
+        for (size_t i = 0; i < im.pixels.size(); i += 3) reds.push_back(im.pixels[i]);
+        return std::make_pair(im.width, reds);
+    };
+    using Want = std::pair<int, std::vector<int>>;
+    EXPECT_EQ(upright(1), (Want{3, {0, 1, 2, 3, 4, 5}}));
+    EXPECT_EQ(upright(2), (Want{3, {2, 1, 0, 5, 4, 3}}));
+    EXPECT_EQ(upright(3), (Want{3, {5, 4, 3, 2, 1, 0}}));
+    EXPECT_EQ(upright(4), (Want{3, {3, 4, 5, 0, 1, 2}}));
+    EXPECT_EQ(upright(5), (Want{2, {0, 3, 1, 4, 2, 5}}));
+    EXPECT_EQ(upright(6), (Want{2, {3, 0, 4, 1, 5, 2}})) << "turned 90 degrees clockwise";
+    EXPECT_EQ(upright(7), (Want{2, {5, 2, 4, 1, 3, 0}}));
+    EXPECT_EQ(upright(8), (Want{2, {2, 5, 1, 4, 0, 3}})) << "turned 90 degrees anticlockwise";
+    EXPECT_EQ(upright(9), upright(1)) << "unknown values leave the image as stored";
+}
+
 TEST(PictureFiles, LosslessFormatsRoundTripEveryBitAtBothDepths) {
     const std::string dir = scratch_dir();
     for (const char *ext : {"png", "tif"})
