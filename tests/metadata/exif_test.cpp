@@ -1,0 +1,200 @@
+// EXIF and GPS directory walks, through the library and the host-side walker, on files
+// built byte by byte, on hostile files and on the night bracket.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "exif_walk.h"
+#include "tiff_builder.h"
+
+using lvtest::Dir;
+using lvtest::parse_directory;
+
+namespace {
+
+// Focal and other plain tags come from the tool-written files; these built ones add the
+// odd shapes: a signed rational, GPS triples too short and too long, an over-long date.
+TEST(Walker, ReadsBuiltTiffsAndJpegsInEitherByteOrder) {
+    for (bool little : {true, false}) {
+        Dir exif(little), gps(little);
+        exif.rational(33434, 1, 250).rationals(33437, {{28, 10}}).short_value(34855, 1600);
+        exif.ascii(36867, "2021:07:04 18:30:59");
+        gps.letter(1, 'S').rationals(2, {{48, 1}, {51, 1}, {2400, 100}}).letter(3, 'W');
+        gps.rationals(4, {{2, 1}}).raw(5, 1, 1, little ? 1 : 1u << 24);
+        gps.rationals(7, {{12, 1}, {34, 1}, {56, 1}, {78, 1}}).ascii(29, "2024:05:17 and more");
+        const auto tiff = lvtest::tiff_file(little, &exif, &gps);
+        for (const auto &file : {tiff, lvtest::jpeg_file(tiff)}) {
+            SCOPED_TRACE(std::string(little ? "little" : "big") +
+                         (file == tiff ? " TIFF" : " JPEG"));
+            lvtool::ExifLayout layout;
+            ASSERT_TRUE(lvtool::find_exif_layout(file.data(), file.size(), &layout));
+            EXPECT_EQ(layout.order, little ? LV_ORDER_INTEL : lvtool::kOrderMotorola);
+            EXPECT_EQ(layout.base, file == tiff ? 0 : 21); // offsets count from the base
+            ExifInfo info;
+            ASSERT_TRUE(lvtool::read_exif_memory(file.data(), file.size(), &info));
+            EXPECT_FLOAT_EQ(info.exposureTime, 0.004f);
+            EXPECT_FLOAT_EQ(info.fNumber, 2.8f);
+            EXPECT_EQ(info.isoSpeed, 1600);
+            EXPECT_STREQ(info.captureDate, "2021:07:04 18:30:59");
+            EXPECT_STREQ(info.camera, "Test Camera");
+            EXPECT_EQ(info.gpsLatitudeRef, 'S');
+            EXPECT_EQ(info.gpsLongitudeRef, 'W');
+            EXPECT_EQ(info.gpsAltitudeRef, 1);
+            const uint32_t lat[6] = {48, 1, 51, 1, 2400, 100}, lon[6] = {2, 1, 0, 0, 0, 0};
+            const uint32_t time[6] = {12, 1, 34, 1, 56, 1};
+            EXPECT_EQ(0, std::memcmp(info.gpsLatitude, lat, sizeof lat));
+            EXPECT_EQ(0, std::memcmp(info.gpsLongitude, lon, sizeof lon));
+            EXPECT_EQ(0, std::memcmp(info.gpsTime, time, sizeof time));
+            EXPECT_STREQ(info.gpsDate, "2024:05:17");
+        }
+    }
+}
+
+TEST(DirectoryWalkRules, FNumberWinsAndApexValuesOnlyFillWhatIsMissing) {
+    Dir before(false), after(false), apex(false), both(true);
+    before.rational(37378, 297, 100).rational(33437, 56, 10);
+    after.rational(33437, 56, 10).rational(37381, 297, 100);
+    for (const Dir *d : {&before, &after})
+        EXPECT_FLOAT_EQ(parse_directory(d->bytes(0), 0, 0, 0, false).fNumber, 5.6f);
+
+    // Without an f-number the first APEX aperture stands unconverted; the APEX shutter
+    // gives 2^-v; the exposure index fills the ISO by integer division.
+    apex.rational(37381, 297, 100).rational(37378, 500, 100).rational(37377, 5907, 1000);
+    apex.rationals(41493, {{6400, 10}});
+    ExifInfo info = parse_directory(apex.bytes(0), 0, 0, 0, false);
+    EXPECT_FLOAT_EQ(info.fNumber, 2.97f);
+    EXPECT_NEAR(info.exposureTime, 1.0 / 60.0, 1e-5);
+    EXPECT_EQ(info.isoSpeed, 640);
+
+    both.rational(37377, 5907, 1000).rational(33434, 1, 8).short_value(34855, 100);
+    both.rationals(41493, {{800, 1}});
+    info = parse_directory(both.bytes(0), LV_ORDER_INTEL, 0, 0, false);
+    EXPECT_FLOAT_EQ(info.exposureTime, 0.125f);
+    EXPECT_EQ(info.isoSpeed, 100);
+}
+
+// Each hostile file goes through the walker, which hands its directories to both
+// library walks; all must end in bounded time with the record's strings terminated.
+TEST(HostileFiles, LyingCountsOffsetsSelfPointersHugeSizesAndCutsStayInBounds) {
+    using Bytes = std::vector<uint8_t>;
+    Dir exif(true), lies(false), gps_lies(false), zero_den(false);
+    exif.rational(33434, 1, 30).short_value(34855, 200).ascii(36867, "2021:07:04 18:30:59");
+    lies.raw(33434, 5, 1, 0xFFFFFFF0u).raw(37386, 5, 1, 0).raw(36867, 2, 0xFFFFFFFFu, 2);
+    lies.short_value(34855, 200);
+    gps_lies.raw(2, 5, 0xFFFFFFFFu, 0xFFFFFFF0u).raw(29, 2, 0xFFFFFFFFu, 0).raw(6, 5, 1, 2);
+    zero_den.rational(33434, 1, 0).rational(33437, 5, -2).short_value(34855, 200);
+    const auto patch = [](Bytes file, size_t at, std::initializer_list<uint8_t> b) {
+        std::copy(b.begin(), b.end(), file.begin() + long(at));
+        return file;
+    };
+    const Bytes tiff = lvtest::tiff_file(true, &exif, nullptr), jpeg = lvtest::jpeg_file(tiff);
+    const struct {
+        const char *what;
+        Bytes file;
+        bool found;
+        float exposure;
+        int iso;
+    } cases[] = {
+        {"entry count of 65535, three present", patch(tiff, 50, {0xFF, 0xFF}), true, 1.0f / 30,
+         200},
+        {"value offsets near 4 GB, counts of 4 G", lvtest::tiff_file(false, &lies, &gps_lies), true,
+         0, 200},
+        {"zero and negative denominators", lvtest::tiff_file(false, &zero_den, nullptr), true, 0,
+         200},
+        {"first directory at the TIFF header", patch(tiff, 4, {0, 0, 0, 0}), true, 0, 0},
+        {"first directory 4 GB away", patch(tiff, 4, {0xF0, 0xFF, 0xFF, 0xFF}), true, 0, 0},
+        {"EXIF pointer past the end", patch(tiff, 30, {0x7F, 0x7F, 0x7F, 0x7F}), true, 0, 0},
+        {"EXIF pointer at the first directory", patch(tiff, 30, {8, 0, 0, 0}), true, 0, 0},
+        {"GPS pointer at the EXIF directory", lvtest::tiff_file(true, &exif, &exif), true,
+         1.0f / 30, 200},
+        {"APP0 length below 2", patch(jpeg, 5, {1}), false, 0, 0},
+        {"APP0 running far past the end", patch(jpeg, 4, {0xFF}), false, 0, 0},
+        {"no TIFF byte order mark", patch(jpeg, 21, {'X'}), false, 0, 0},
+        {"64 KB of fill bytes where markers should be", patch(Bytes(1 << 16, 0xFF), 1, {0xD8}),
+         false, 0, 0},
+    };
+    ExifInfo info;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(lvtool::read_exif_memory(c.file.data(), c.file.size(), &info), c.found);
+        if (!c.found) continue;
+        EXPECT_FLOAT_EQ(info.exposureTime, c.exposure);
+        EXPECT_EQ(info.fNumber, 0.0f);
+        EXPECT_EQ(info.isoSpeed, c.iso);
+        EXPECT_EQ(info.captureDate[19], 0);
+        EXPECT_LE(strnlen(info.gpsDate, sizeof info.gpsDate), 10u);
+    }
+    const Bytes cut_me = lvtest::jpeg_file(lvtest::tiff_file(false, &exif, &exif));
+    for (size_t cut = 0; cut < cut_me.size(); ++cut) {
+        lvtool::read_exif_memory(cut_me.data(), cut, &info);
+        EXPECT_EQ(info.captureDate[19], 0) << "cut at " << cut;
+    }
+    EXPECT_FALSE(lvtool::read_exif_file("/nonexistent/lv.jpg", &info));
+    // A negative base puts every offset out of reach; values kept in entries still count.
+    info = parse_directory(exif.bytes(0), LV_ORDER_INTEL, 0, -1000, false);
+    EXPECT_EQ(info.exposureTime, 0.0f);
+    EXPECT_EQ(info.isoSpeed, 200);
+}
+
+TEST(ByteReaders, ReadBothOrdersAndGiveAllOnesPastTheEnd) {
+    lvtest::MemFile f({0x12, 0x34, 0x56, 0x78, 0x9A});
+    EXPECT_EQ(fgetmi2(f.file, LV_ORDER_INTEL), 0x3412);
+    EXPECT_EQ(fgetm2(f.file), 0x5678);
+    EXPECT_EQ(fgetmi4(f.file, 0), 0x9AFFFFFFu);
+    rewind(f.file);
+    EXPECT_EQ(fgetm4(f.file), 0x12345678u);
+    EXPECT_EQ(fgetmi4(f.file, LV_ORDER_INTEL), 0xFFFFFF9Au);
+}
+
+TEST(RecordReset, ClearsNumbersButKeepsCameraAndDate) {
+    ExifInfo info;
+    std::memset(&info, 0x7F, sizeof info);
+    std::strcpy(info.camera, "Kept");
+    std::strcpy(info.captureDate, "2020:01:01 00:00:00");
+    EXPECT_EQ(init_exifInfo(&info), &info);
+    EXPECT_STREQ(info.camera, "Kept");
+    EXPECT_STREQ(info.captureDate, "2020:01:01 00:00:00");
+    EXPECT_EQ(info.spare2[14], 0x7F);
+    EXPECT_EQ(info.focalPlaneResUnit, 0);
+    EXPECT_EQ(info.extraFlagB, 0);
+}
+
+TEST(NightBracket, ExposuresReadFromTheCameraFilesStepByTwoStops) {
+    const auto night = std::filesystem::path(LV_DATA_DIR) / "night";
+    if (!std::filesystem::exists(night))
+        GTEST_SKIP() << "sample photographs not found in " << night;
+    const std::pair<const char *, float> frames[] = {{"IMG_3869", 1.0f / 250},
+                                                     {"IMG_3871", 1.0f / 59},
+                                                     {"IMG_3873", 1.0f / 15},
+                                                     {"IMG_3875", 1.0f / 4},
+                                                     {"IMG_3877", 1.0f}};
+    for (const char *size : {"small", "full"}) {
+        double previous = 0.0;
+        for (auto [name, exposure] : frames) {
+            auto path = night / size / name;
+            path += std::filesystem::exists(path.string() + ".jpg") ? ".jpg" : ".jpeg";
+            SCOPED_TRACE(path.string());
+            ExifInfo info;
+            ASSERT_TRUE(lvtool::read_exif_file(path.c_str(), &info));
+            EXPECT_FLOAT_EQ(info.exposureTime, exposure);
+            EXPECT_FLOAT_EQ(info.fNumber, 1.8f);
+            EXPECT_EQ(info.isoSpeed, 1000);
+
+            // The merge's exposure factor is t * S / N^2 from the rational form, times a
+            // constant that cancels in the ratio of neighbours.
+            MetadataBuf meta;
+            ASSERT_TRUE(lvtool::read_metadata_file(path.c_str(), &meta, nullptr));
+            float r[7];
+            lvtool::exposure_record(meta, r);
+            const double n = double(r[2]) / r[3];
+            const double factor = double(r[0]) / r[1] * r[5] / (n * n);
+            if (previous > 0.0) {
+                EXPECT_NEAR(factor / previous, 4.0, 0.4);
+            }
+            previous = factor;
+        }
+    }
+}
+
+} // namespace
