@@ -8,35 +8,33 @@
 
 namespace {
 
-const std::string kBase =
-    "/opt/tool -q -overwrite_original -tagsfromfile \"/in/photo 1.jpg\" -exif:all "
-    "--exif:XResolution --exif:YResolution --exif:ExifImageWidth --exif:ExifImageHeight "
-    "--exif:orientation -GPS:all -XMP:all";
-
-std::string copy_command(int thumbnail, int temperature) {
-    return lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif", "/opt/tool",
-                                     "/tmp/thumb.jpg", "Lumivantor 1.0", thumbnail, temperature);
-}
-
 TEST(CopyCommand, FlagsAddTheThumbnailAndClearTheTemperature) {
-    EXPECT_EQ(copy_command(0, 0), kBase + " --xmp-crs:AlreadyApplied "
-                                          "-Software=\"Lumivantor 1.0\" \"/out/result.tif\"");
-    EXPECT_EQ(copy_command(1, 7), kBase +
-                                      " --XMP:WhiteBalance -XMP:ColorTemperature= "
-                                      "--xmp-crs:AlreadyApplied -Software=\"Lumivantor 1.0\" "
-                                      "\"-ThumbnailImage<=/tmp/thumb.jpg\" \"/out/result.tif\"");
-    // Quotes inside a path are not escaped.
+    const std::string base =
+        "/opt/tool -q -overwrite_original -tagsfromfile \"/in/photo 1.jpg\" -exif:all "
+        "--exif:XResolution --exif:YResolution --exif:ExifImageWidth --exif:ExifImageHeight "
+        "--exif:orientation -GPS:all -XMP:all";
+    const auto copy = [](int thumbnail, int temperature) {
+        return lv::compose_copy_metadata("/in/photo 1.jpg", "/out/result.tif", "/opt/tool",
+                                         "/tmp/thumb.jpg", "Lumivantor 1.0", thumbnail,
+                                         temperature);
+    };
+    EXPECT_EQ(copy(0, 0), base + " --xmp-crs:AlreadyApplied "
+                                 "-Software=\"Lumivantor 1.0\" \"/out/result.tif\"");
+    EXPECT_EQ(copy(1, 7), base + " --XMP:WhiteBalance -XMP:ColorTemperature= "
+                                 "--xmp-crs:AlreadyApplied -Software=\"Lumivantor 1.0\" "
+                                 "\"-ThumbnailImage<=/tmp/thumb.jpg\" \"/out/result.tif\"");
+    // Quotes inside a path are not escaped; missing strings are empty.
     const std::string odd = lv::compose_copy_metadata("a\"b", "", nullptr, nullptr, nullptr, 1, 0);
     EXPECT_EQ(odd.substr(0, 44), " -q -overwrite_original -tagsfromfile \"a\"b\" ");
     EXPECT_NE(odd.find("-Software=\"\" \"-ThumbnailImage<=\" \"\""), std::string::npos);
-}
 
-TEST(CopyCommand, ThumbnailAndListingCommandsAndEntryPointsThatRunNothing) {
     EXPECT_EQ(lv::compose_read_thumbnail("/in/a.jpg", "/tmp/t.jpg", "tool"),
               "tool -b -ThumbnailImage \"/in/a.jpg\" > \"/tmp/t.jpg\"");
     EXPECT_EQ(lv::compose_list_tags("/in/a.jpg", "tool", "/tmp/tags.txt"),
               "tool -Pkyv \"/in/a.jpg\" > \"/tmp/tags.txt\"");
+}
 
+TEST(CopyCommand, EntryPointsRunNothingAndReturnMinusOne) {
     char src[] = "/in/a.jpg", dst[] = "/out/b.tif", tool[] = "tool", thumb[] = "/tmp/t.jpg";
     EXPECT_EQ(exiv2WrapperCopyMetadata(src, dst, tool, thumb, 0, tool, 1, 1), -1);
     EXPECT_EQ(wrapMetadata(src, dst, tool, thumb, 0, tool, 0, 0), -1);
@@ -46,9 +44,9 @@ TEST(CopyCommand, ThumbnailAndListingCommandsAndEntryPointsThatRunNothing) {
 }
 
 TEST(TagTables, MatchWholeNamesWithinTheCountOnly) {
-    auto photo = lv::photoTags2Preserve();
     ASSERT_EQ(lv::imageTags2Preserve().size(), 15u);
     ASSERT_EQ(lv::gpsTags2Preserve().size(), 9u);
+    auto photo = lv::photoTags2Preserve();
     ASSERT_EQ(photo.size(), 29u);
     std::string *table = const_cast<std::string *>(photo.data());
     const int n = int(photo.size());

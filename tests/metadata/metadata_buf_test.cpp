@@ -7,21 +7,37 @@
 
 namespace {
 
-TEST(RationalForm, TwoDecimalsAboveOneHundredthsBelowFromTheDecimalTheCameraMeant) {
+TEST(RationalForm, TwoDecimalsAboveOneHundredthsBelowSpareWordsReorderedAndGpsCarried) {
     ExifInfo info;
     std::memset(&info, 0, sizeof info);
     info.exposureTime = 0.125f;
     info.fNumber = 1.8f; // stored a hair below 1.8, still f/1.8
     info.focalLength = -3.0f;
     info.focalPlaneXRes = 1e30f;
+    for (int i = 0; i < 5; ++i)
+        info.extraWords[i] = 10 + i;
+    info.extraFlagA = 7;
+    info.extraFlagB = 8;
+    info.isoSpeed = 640;
+    std::strcpy(info.captureDate, "2023:03:28 01:33:26");
+    info.gpsAltitudeRef = 1;
+    std::strcpy(info.gpsDate, "2024:05:17");
     MetadataBuf m;
+    MetadataGps gps;
     std::memset(&m, 0x11, sizeof m); // pairs that a value can't convert keep this
-    EXPECT_EQ(metadataBufFromExifInfo(&info, &m, nullptr), 100);
+    EXPECT_EQ(metadataBufFromExifInfo(&info, &m, &gps), 100);
     EXPECT_EQ(m.shutterDen, 800);
     EXPECT_EQ(m.apertureNum, 180);
     EXPECT_EQ(m.apertureDen, 100);
     EXPECT_EQ(m.focalNum, 0x11111111);         // negative: unchanged
     EXPECT_EQ(m.focalPlaneXResNum, INT32_MAX); // beyond int32: held at its end
+    const int32_t words[5] = {11, 10, 14, 13, 12}, flags[2] = {8, 7};
+    EXPECT_EQ(0, std::memcmp(m.extraWords, words, sizeof words));
+    EXPECT_EQ(0, std::memcmp(m.extraFlags, flags, sizeof flags));
+    EXPECT_EQ(m.iso, 640);
+    EXPECT_STREQ(m.captureDate, "2023:03:28 01:33:26");
+    EXPECT_EQ(gps.altitudeRef, 1);
+    EXPECT_STREQ(gps.date, "2024:05:17");
 
     info.exposureTime = 1.0f / 250; // stored a hair above 0.004, still 1/250 s
     info.focalLength = 4.25f;
@@ -30,32 +46,7 @@ TEST(RationalForm, TwoDecimalsAboveOneHundredthsBelowFromTheDecimalTheCameraMean
     EXPECT_EQ(m.focalNum, 425);
 }
 
-TEST(RationalForm, CarriesTheSpareWordsInTheWritersOrderAndTheGpsPart) {
-    ExifInfo info;
-    std::memset(&info, 0, sizeof info);
-    for (int i = 0; i < 5; ++i)
-        info.extraWords[i] = 10 + i;
-    info.extraFlagA = 7;
-    info.extraFlagB = 8;
-    info.isoSpeed = 640;
-    std::strcpy(info.captureDate, "2023:03:28 01:33:26");
-    info.gpsAltitudeRef = 1;
-    info.gpsTime[5] = 99;
-    std::strcpy(info.gpsDate, "2024:05:17");
-    MetadataBuf m;
-    MetadataGps gps;
-    metadataBufFromExifInfo(&info, &m, &gps);
-    const int32_t words[5] = {11, 10, 14, 13, 12}, flags[2] = {8, 7};
-    EXPECT_EQ(0, std::memcmp(m.extraWords, words, sizeof words));
-    EXPECT_EQ(0, std::memcmp(m.extraFlags, flags, sizeof flags));
-    EXPECT_EQ(m.iso, 640);
-    EXPECT_STREQ(m.captureDate, "2023:03:28 01:33:26");
-    EXPECT_EQ(gps.altitudeRef, 1);
-    EXPECT_EQ(gps.time[5], 99u);
-    EXPECT_STREQ(gps.date, "2024:05:17");
-}
-
-TEST(BracketFold, KeepsOnlyWhatEveryFrameShares) {
+TEST(BracketFold, KeepsOnlyThePairsEveryFrameShares) {
     MetadataBuf frames[3];
     std::memset(frames, 0, sizeof frames);
     for (int i = 0; i < 3; ++i) {
