@@ -6,12 +6,17 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace lvtest {
+
+// A read-only stream over bytes that outlive it.
+inline std::unique_ptr<FILE, int (*)(FILE *)> open_bytes(std::vector<uint8_t> &data) {
+    return {fmemopen(data.data(), data.size(), "rb"), fclose};
+}
 
 class Dir {
   public:
@@ -53,7 +58,14 @@ class Dir {
         put(out, 0, 4).insert(out.end(), data.begin(), data.end());
         return out;
     }
-    int32_t order() const { return little_ ? LV_ORDER_INTEL : 0x4D4D; }
+    // A zeroed record, then the library's EXIF walk of this directory at offset 0.
+    ExifInfo walk(int32_t base = 0) const {
+        ExifInfo info{};
+        auto data = bytes(0);
+        auto file = open_bytes(data);
+        parse_exif_data(file.get(), 0, little_ ? LV_ORDER_INTEL : 0x4D4D, base, &info);
+        return info;
+    }
     std::vector<uint8_t> &put(std::vector<uint8_t> &v, uint32_t x, int n) const {
         for (int i = 0; i < n; ++i)
             v.push_back(uint8_t(x >> 8 * (little_ ? i : n - 1 - i)));
@@ -99,30 +111,6 @@ inline std::vector<uint8_t> jpeg_file(const std::vector<uint8_t> &tiff) {
     for (uint8_t b : {0xFF, 0xDA, 0x00, 0x02, 0xFF, 0xD9})
         out.push_back(b);
     return out;
-}
-
-// A read-only stream over a copy of the bytes; null for no bytes.
-struct MemFile {
-    explicit MemFile(std::vector<uint8_t> bytes) : data(std::move(bytes)) {
-        file = data.empty() ? nullptr : fmemopen(data.data(), data.size(), "rb");
-    }
-    ~MemFile() {
-        if (file) fclose(file);
-    }
-    MemFile(const MemFile &) = delete;
-    std::vector<uint8_t> data;
-    FILE *file = nullptr;
-};
-
-// A zeroed record, then the EXIF (or GPS) walk of `bytes` from offset `at`.
-inline ExifInfo parse_directory(const std::vector<uint8_t> &bytes, int32_t order, long at,
-                                int32_t base, bool gps) {
-    ExifInfo info;
-    std::memset(&info, 0, sizeof info);
-    MemFile f(bytes);
-    if (f.file && fseek(f.file, at, SEEK_SET) == 0)
-        (gps ? parse_gps_data : parse_exif_data)(f.file, 0, order, base, &info);
-    return info;
 }
 
 } // namespace lvtest
