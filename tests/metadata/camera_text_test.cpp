@@ -108,10 +108,8 @@ TEST(IptcKeyword, GoesBehindTheLastKeywordOrElseTheLastDataset) {
 TEST(IptcFile, ReadsTheBlockAtItsOffsetAndChecksItsMarker) {
     const std::string path = ::testing::TempDir() + "lv_iptc_block.bin";
     const auto block = iptc({{25, "city"}, {25, "night!"}}); // 20 bytes
-    std::vector<uint8_t> data(10, 0x55);
-    data.insert(data.end(), block.begin(), block.end());
-    data.resize(40, 0x66);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(data.data()), 40);
+    std::ofstream(path, std::ios::binary)
+        << std::string(10, 0x55) + std::string(block.begin(), block.end()) + std::string(10, 0x66);
     uint8_t buf[64] = {};
     EXPECT_EQ(read_iptc(path.c_str(), 20, 10, buf), 20);
     EXPECT_EQ(0, std::memcmp(buf, block.data(), 20));

@@ -1,5 +1,5 @@
-// EXIF and GPS directory walks, through the library and the host-side walker, on files
-// built byte by byte, on hostile files and on the night bracket.
+// EXIF directory walks through the library and the host-side walker: the rules between
+// tags, hostile files built byte by byte, and the night bracket.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,32 +11,6 @@
 using lvtest::Dir;
 
 namespace {
-
-// Plain tags in both orders come from the tool-written files; these built ones add the
-// odd shapes: a signed rational, GPS triples too short and too long, an over-long date.
-TEST(Walker, ReadsBuiltJpegsInEitherByteOrderWithOddGpsShapes) {
-    for (bool little : {true, false}) {
-        Dir exif(little), gps(little);
-        exif.rational(33434, 1, 250).rationals(33437, {{28, 10}}).short_value(34855, 1600);
-        gps.letter(1, 'S').rationals(2, {{48, 1}, {51, 1}, {2400, 100}}).rationals(4, {{2, 1}});
-        gps.raw(5, 1, 1, little ? 1 : 1u << 24).rationals(7, {{12, 1}, {34, 1}, {56, 1}, {78, 1}});
-        gps.ascii(29, "2024:05:17 and more");
-        const auto jpeg = lvtest::jpeg_file(lvtest::tiff_file(little, &exif, &gps));
-        ExifInfo info;
-        ASSERT_TRUE(lvtool::read_exif_memory(jpeg.data(), jpeg.size(), &info));
-        EXPECT_FLOAT_EQ(info.exposureTime, 0.004f);
-        EXPECT_FLOAT_EQ(info.fNumber, 2.8f);
-        EXPECT_EQ(info.isoSpeed, 1600);
-        EXPECT_EQ(info.gpsLatitudeRef, 'S');
-        EXPECT_EQ(info.gpsAltitudeRef, 1);
-        const uint32_t lat[6] = {48, 1, 51, 1, 2400, 100}, lon[6] = {2, 1, 0, 0, 0, 0};
-        const uint32_t time[6] = {12, 1, 34, 1, 56, 1};
-        EXPECT_EQ(0, std::memcmp(info.gpsLatitude, lat, sizeof lat));
-        EXPECT_EQ(0, std::memcmp(info.gpsLongitude, lon, sizeof lon));
-        EXPECT_EQ(0, std::memcmp(info.gpsTime, time, sizeof time));
-        EXPECT_STREQ(info.gpsDate, "2024:05:17");
-    }
-}
 
 TEST(DirectoryWalkRules, FNumberWinsAndApexValuesOnlyFillWhatIsMissing) {
     Dir before(false), after(false), apex(false), both(true);
@@ -117,48 +91,21 @@ TEST(HostileFiles, LyingCountsOffsetsSelfPointersHugeSizesAndCutsStayInBounds) {
     EXPECT_EQ(info.isoSpeed, 200);
 }
 
-TEST(ByteReaders, ReadBothOrdersAndGiveAllOnesPastTheEnd) {
-    std::vector<uint8_t> bytes = {0x12, 0x34, 0x56, 0x78, 0x9A};
-    const auto f = lvtest::open_bytes(bytes);
-    EXPECT_EQ(fgetmi2(f.get(), LV_ORDER_INTEL), 0x3412);
-    EXPECT_EQ(fgetm2(f.get()), 0x5678);
-    EXPECT_EQ(fgetmi4(f.get(), 0), 0x9AFFFFFFu);
-    rewind(f.get());
-    EXPECT_EQ(fgetm4(f.get()), 0x12345678u);
-    EXPECT_EQ(fgetmi4(f.get(), LV_ORDER_INTEL), 0xFFFFFF9Au);
-}
-
-TEST(RecordReset, ClearsNumbersButKeepsCameraAndDate) {
-    ExifInfo info;
-    std::memset(&info, 0x7F, sizeof info);
-    std::strcpy(info.camera, "Kept");
-    std::strcpy(info.captureDate, "2020:01:01 00:00:00");
-    EXPECT_EQ(init_exifInfo(&info), &info);
-    EXPECT_STREQ(info.camera, "Kept");
-    EXPECT_STREQ(info.captureDate, "2020:01:01 00:00:00");
-    EXPECT_EQ(info.spare2[14], 0x7F);
-    EXPECT_EQ(info.focalPlaneResUnit, 0);
-    EXPECT_EQ(info.extraFlagB, 0);
-}
-
 TEST(NightBracket, ExposuresReadFromTheCameraFilesStepByTwoStops) {
     const auto night = std::filesystem::path(LV_DATA_DIR) / "night";
     if (!std::filesystem::exists(night))
         GTEST_SKIP() << "sample photographs not found in " << night;
-    const std::pair<const char *, float> frames[] = {{"IMG_3869", 1.0f / 250},
-                                                     {"IMG_3871", 1.0f / 59},
-                                                     {"IMG_3873", 1.0f / 15},
-                                                     {"IMG_3875", 1.0f / 4},
-                                                     {"IMG_3877", 1.0f}};
+    const char *names[] = {"IMG_3869", "IMG_3871", "IMG_3873", "IMG_3875", "IMG_3877"};
+    const float times[] = {1.0f / 250, 1.0f / 59, 1.0f / 15, 1.0f / 4, 1.0f};
     for (const char *size : {"small", "full"}) {
         double previous = 0.0;
-        for (auto [name, exposure] : frames) {
-            auto path = night / size / name;
+        for (int i = 0; i < 5; ++i) {
+            auto path = night / size / names[i];
             path += std::filesystem::exists(path.string() + ".jpg") ? ".jpg" : ".jpeg";
             SCOPED_TRACE(path.string());
             ExifInfo info;
             ASSERT_TRUE(lvtool::read_exif_file(path.c_str(), &info));
-            EXPECT_FLOAT_EQ(info.exposureTime, exposure);
+            EXPECT_FLOAT_EQ(info.exposureTime, times[i]);
             EXPECT_FLOAT_EQ(info.fNumber, 1.8f);
             EXPECT_EQ(info.isoSpeed, 1000);
 

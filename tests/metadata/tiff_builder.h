@@ -28,9 +28,8 @@ class Dir {
         entries_.push_back({tag, type, count, value, std::move(blob)});
         return *this;
     }
-    // A short, or a letter, at the start of the value field.
+    // A short in the first two bytes of the value field.
     Dir &short_value(uint16_t tag, uint16_t v) { return raw(tag, 3, 1, little_ ? v : v << 16); }
-    Dir &letter(uint16_t tag, char c) { return raw(tag, 2, 2, little_ ? c : uint32_t(c) << 24); }
     // Rationals (type 5) or one signed rational (type 10) behind an offset.
     Dir &rationals(uint16_t tag, std::vector<std::pair<int64_t, int64_t>> r, uint16_t type = 5) {
         std::vector<uint8_t> blob;
