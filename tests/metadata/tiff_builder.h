@@ -14,12 +14,11 @@
 namespace lvtest {
 
 // A read-only stream over bytes that outlive it.
-inline std::unique_ptr<FILE, int (*)(FILE *)> open_bytes(std::vector<uint8_t> &data) {
-    return {fmemopen(data.data(), data.size(), "rb"), fclose};
+inline std::unique_ptr<FILE, int (*)(FILE *)> open_bytes(void *data, size_t size) {
+    return {fmemopen(data, size, "rb"), fclose};
 }
 
-class Dir {
-  public:
+struct Dir {
     explicit Dir(bool little) : little_(little) {}
 
     // An entry whose value field holds `value` itself, or the offset of `blob` when given.
@@ -61,7 +60,7 @@ class Dir {
     ExifInfo walk(int32_t base = 0) const {
         ExifInfo info{};
         auto data = bytes(0);
-        auto file = open_bytes(data);
+        const auto file = open_bytes(data.data(), data.size());
         parse_exif_data(file.get(), 0, little_ ? LV_ORDER_INTEL : 0x4D4D, base, &info);
         return info;
     }
@@ -71,7 +70,6 @@ class Dir {
         return v;
     }
 
-  private:
     struct Entry {
         uint16_t tag, type;
         uint32_t count, value;
