@@ -21,7 +21,7 @@ subprocess.run([lvhdr, "merge", "-o", out] + frames, check=True, stdout=subproce
 img = cv2.imread(out, cv2.IMREAD_ANYDEPTH | cv2.IMREAD_ANYCOLOR)
 assert img is not None, "OpenCV could not read the merged file"
 h, w = img.shape[:2]
-ref = cv2.imread(frames[0], cv2.IMREAD_IGNORE_ORIENTATION)
+ref = cv2.imread(frames[0])  # turned upright by its EXIF orientation, as lvhdr does
 assert (h, w) == ref.shape[:2], ((h, w), ref.shape[:2])
 assert img.dtype.name == "float32" and float(img.max()) > float(img.min()) >= 0.0
 print("OpenCV read %dx%d, values %.4g to %.4g" % (w, h, img.min(), img.max()))
