@@ -63,36 +63,37 @@ TEST(ExposureFromMetadata, FactorsFollowTimeApertureAndIso) {
 }
 
 TEST(ExposureFromImages, WorkedRankingsAndFactors) {
-    Ints one = {30000}, equal = {5000, 5000}, white = {65536 + 200, 65536 + 100};
-    float e[3];
-    for (float step : {0.0f, 1.5f}) { // a single image gets 1 either way
-        EXPECT_EQ(guess_ev(0, 1, one.data(), e, step), 1);
-        EXPECT_EQ(e[0], 1.0f);
-    }
-    EXPECT_EQ(guess_ev(0, 2, equal.data(), e, 0.0f), 2);
-    EXPECT_EQ(Floats(e, e + 2), (Floats{1.0f, 1.0f}));
+    // Factors for the measures m; mode 1 leaves the order in m, which goes to *order.
+    auto ev = [](int mode, Ints m, float step, Ints *order = nullptr) {
+        Floats e(m.size() + 1);
+        EXPECT_EQ(guess_ev(mode, int(m.size()), m.data(), e.data(), step), int(m.size()));
+        if (order) *order = m;
+        return Floats(e.begin(), e.end() - 1);
+    };
+    EXPECT_EQ(ev(0, {30000}, 0.0f), Floats{1.0f}); // a single image gets 1 either way
+    EXPECT_EQ(ev(0, {30000}, 1.5f), Floats{1.0f});
+    EXPECT_EQ(ev(0, {5000, 5000}, 0.0f), (Floats{1.0f, 1.0f}));
     // White images: midpoints above 65280 read a slope of 0, so no stops between them.
-    guess_ev(0, 2, white.data(), e, 0.0f);
-    EXPECT_EQ(Floats(e, e + 2), (Floats{1.0f, 1.0f}));
-    EXPECT_EQ(guess_ev(0, 0, one.data(), e, 0.0f), 0);
-    Ints m = {100, 30000, 5000};
-    guess_ev(0, 3, m.data(), e, 2.0f); // an even bracket of 2 stops around the middle rank
-    EXPECT_EQ(Floats(e, e + 3), (Floats{0.25f, 4.0f, 1.0f}));
-    guess_ev(1, 3, m.data(), e, 0.0f); // rank order, whole stops, measure becomes the order
-    EXPECT_EQ(m, (Ints{1, 2, 0}));
+    EXPECT_EQ(ev(0, {65536 + 200, 65536 + 100}, 0.0f), (Floats{1.0f, 1.0f}));
+    EXPECT_EQ(ev(0, {}, 0.0f), Floats{});
+    // An even bracket of 2 stops around the middle rank.
+    EXPECT_EQ(ev(0, {100, 30000, 5000}, 2.0f), (Floats{0.25f, 4.0f, 1.0f}));
+    Ints order; // rank order in whole stops; the measures become the order
+    const Floats e = ev(1, {100, 30000, 5000}, 0.0f, &order);
+    EXPECT_EQ(order, (Ints{1, 2, 0}));
     EXPECT_EQ(e[1], 0.0f);
     EXPECT_GE(e[0], 2.0f);
     EXPECT_EQ(e[0], std::trunc(e[0]));
     EXPECT_LE(e[2], -3.0f);
 
-    const float v[4] = {3, 1, 3, 2}, low[3] = {-2e8f, 4, -3e8f};
-    int32_t order[4];
-    EXPECT_EQ(fClassementCroissant(4, v, order), 4);
-    EXPECT_EQ(Ints(order, order + 4), (Ints{1, 3, 2, 0})); // later index first among equals
-    EXPECT_EQ(fClassementCroissant(1, v, order), 1);
-    EXPECT_EQ(order[0], 0);
-    fClassementCroissant(3, low, order); // values below the floor still get a place
-    EXPECT_EQ(Ints(order, order + 3), (Ints{2, 0, 1}));
+    auto rank = [](Floats v) {
+        Ints o(v.size());
+        EXPECT_EQ(fClassementCroissant(int(v.size()), v.data(), o.data()), int(v.size()));
+        return o;
+    };
+    EXPECT_EQ(rank({3, 1, 3, 2}), (Ints{1, 3, 2, 0})); // later index first among equals
+    EXPECT_EQ(rank({3}), Ints{0});
+    EXPECT_EQ(rank({-2e8f, 4, -3e8f}), (Ints{2, 0, 1})); // below the floor still gets a place
 }
 
 TEST(ExposureFromImages, MeasuresAndClippingCountsOfSyntheticImages) {
