@@ -40,43 +40,43 @@ def opencv(lib, tmp):
         lv.need(False, "python3-opencv is not installed")
     ok = True
     for (h, w) in [(31, 97), (4, 5), (2, 1)]:
-        planar = lv.from_float(hdr_scene(h, w, w))
-        ours = os.path.join(tmp, f"ours_{w}.hdr")
+        src = hdr_scene(h, w, w)
+        theirs, ours = os.path.join(tmp, f"cv_{w}.hdr"), os.path.join(tmp, f"ours_{w}.hdr")
+        cv2.imwrite(theirs, np.ascontiguousarray(src[..., ::-1]))
+        planar = lv.read(lib, theirs)
+        got = lv.to_float(planar)
+        ok &= lv.close(got, cv2.imread(theirs, cv2.IMREAD_UNCHANGED)[..., ::-1],
+                       f"we read OpenCV's {w}x{h}")
+        ok &= lv.close(got, src, f"OpenCV's {w}x{h} vs its source", rel=1.0 / 64)
+        # The pixels we read go back out through our writer, for OpenCV to read.
         lv.write(lib, ours, planar)
-        theirs = cv2.imread(ours, cv2.IMREAD_UNCHANGED)
-        if theirs is None:
+        back = cv2.imread(ours, cv2.IMREAD_UNCHANGED)
+        if back is None:
             print(f"OpenCV could not read our {w}x{h} file")
             return False
         # Below 8 pixels wide our files stay run-length coded, which readers of the common
         # dialect take for flat pixels, so the exchange is checked from 8 pixels on.
         if w >= 8:
-            ok &= lv.close(theirs[..., ::-1], lv.to_float(planar), f"OpenCV reads ours {w}x{h}")
-        src = hdr_scene(h, w, w + 1)
-        path = os.path.join(tmp, f"cv_{w}.hdr")
-        cv2.imwrite(path, np.ascontiguousarray(src[..., ::-1]))
-        back = cv2.imread(path, cv2.IMREAD_UNCHANGED)[..., ::-1]
-        got = lv.to_float(lv.read(lib, path))
-        ok &= lv.close(got, back, f"we read OpenCV's {w}x{h}")
-        ok &= lv.close(got, src, f"OpenCV's {w}x{h} vs its source", rel=1.0 / 64)
+            ok &= lv.close(back[..., ::-1], got, f"OpenCV reads ours {w}x{h}")
     return ok
 
 
 def pfstools(lib, tmp):
     lv.need(shutil.which("pfsin") and shutil.which("pfsout"), "pfstools is not installed")
-    planar = lv.from_float(hdr_scene(23, 61, 5))
-    ours, pfm = os.path.join(tmp, "ours_pfs.hdr"), os.path.join(tmp, "ours_pfs.pfm")
-    lv.write(lib, ours, planar)
-    pfs_convert(ours, pfm)
-    ok = lv.close(read_pfm(pfm), lv.to_float(planar), "pfstools reads ours", rel=1.0 / 64)
-    # pfstools writes a file of its own from a float source; we must read what it reads back.
+    names = ("src.pfm", "pfs.hdr", "pfs_back.pfm", "ours.hdr", "ours.pfm")
+    src_pfm, theirs, back_pfm, ours, ours_pfm = (os.path.join(tmp, n) for n in names)
     src = hdr_scene(23, 61, 6)
-    src_pfm, theirs, back_pfm = (os.path.join(tmp, n) for n in ("src.pfm", "pfs.hdr", "back.pfm"))
     with open(src_pfm, "wb") as f:
         f.write(b"PF\n61 23\n-1.0\n" + np.flipud(src).astype("<f4").tobytes())
-    pfs_convert(src_pfm, theirs)
+    pfs_convert(src_pfm, theirs)  # pfstools writes a file of its own from float pixels
     pfs_convert(theirs, back_pfm)
-    return ok & lv.close(lv.to_float(lv.read(lib, theirs)), read_pfm(back_pfm),
-                         "we read pfstools' file as it does", rel=1.0 / 64)
+    planar = lv.read(lib, theirs)
+    ok = lv.close(lv.to_float(planar), read_pfm(back_pfm), "we read pfstools' file as it does",
+                  rel=1.0 / 64)
+    lv.write(lib, ours, planar)  # and reads ours back
+    pfs_convert(ours, ours_pfm)
+    return ok & lv.close(read_pfm(ours_pfm), lv.to_float(planar), "pfstools reads ours",
+                         rel=1.0 / 64)
 
 
 def main():

@@ -57,16 +57,6 @@ def to_float(planar):
     return (planar[:, :3, :].transpose(0, 2, 1) * scale[..., None]).astype(np.float32)
 
 
-def from_float(rgb):
-    """Planar RGBE of RGB floats, the usual frexp construction."""
-    m = rgb.max(axis=-1)
-    frac, e = np.frexp(m)
-    f = np.where(m > 1e-32, frac * 256.0 / np.where(m > 0, m, 1), 0).astype(np.float32)
-    mant = np.clip(np.trunc(rgb * f[..., None]), 0, 255).transpose(0, 2, 1)
-    expo = np.where(m > 1e-32, e + 128, 0)[:, None, :]
-    return np.concatenate([mant, expo], axis=1).astype(np.uint8)
-
-
 def close(a, b, what, rel=1.0 / 128):
     """True when the pixels agree within RGBE precision of each pixel's largest component."""
     scale = np.maximum(np.maximum(a.max(axis=-1), b.max(axis=-1)), 1e-30)[..., None]
