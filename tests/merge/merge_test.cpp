@@ -244,21 +244,15 @@ TEST(Merge, OneImageAndSixteenBitInput) {
             EXPECT_NEAR(decode(out16, 3, x, p), decode(out8, 3, x, p), decode(out8, 3, x, 2) / 50);
 }
 
-namespace {
-int g_calls = 0;
-void count_progress(int *, float) {
-    ++g_calls;
-}
-} // namespace
-
 TEST(Merge, ReportsProgressOnlyOnTallImagesAndMapsToDisplay) {
     Bytes img(3 * 816, 100), out(4 * 816);
     float curve[256], stats[3], e[1] = {1};
+    static int calls;
     for (int height : {815, 816}) { // rows where y % (height >> 4) is 50: none below 816
-        g_calls = 0;
-        lv_hdr_merge(count_progress, 0, 1, 1, height, 3, 8, 0, 0.0f, curve, e, img.data(), stats,
-                     out.data());
-        EXPECT_EQ(g_calls, height == 816 ? 16 : 0);
+        calls = 0;
+        lv_hdr_merge([](int *, float) { ++calls; }, 0, 1, 1, height, 3, 8, 0, 0.0f, curve, e,
+                     img.data(), stats, out.data());
+        EXPECT_EQ(calls, height == 816 ? 16 : 0);
     }
     // Display view: red 1.0 (mantissa 128, exponent 129) with norm 256 lands on 128, then
     // gamma 1.8; output is B, G, R; exponent 0 is black.
