@@ -212,47 +212,45 @@ TEST(RgbeHeader, MetadataLinesWrittenAndReadInTheFilesDialect) {
     EXPECT_EQ(ends(" x\n") + ends("\r\n") + ends("FORMAT=32-bit_rle_rgbe\n"), 0);
 }
 
-TEST(RgbeReader, RejectsCrLfHeadersAndOtherSizesWithTheirMessages) {
+TEST(RgbeReader, DamagedFilesAndOtherSizesGiveTheirCodesAndMessages) {
     const std::string path = temp_path("bad");
     Bytes px(64);
     float primaries[8];
     ImageFileInfo info{};
-    write_file(path, "#?RADIANCE\r\nFORMAT=32-bit_rle_rgbe\r\n\r\n-Y 1 +X 1\r\n", Bytes(4, 0));
-    EXPECT_EQ(lv_io_read_rgbe(1, 1, path.c_str(), px.data()), -1);
+    auto read_with = [&](const std::string &dims, const Bytes &data, int w = 2, int h = 1) {
+        write_file(path, dims[0] == '#' ? dims : kPlain + dims, data);
+        return lv_io_read_rgbe(w, h, path.c_str(), px.data());
+    };
+    EXPECT_EQ(
+        read_with("#?RADIANCE\r\nFORMAT=32-bit_rle_rgbe\r\n\r\n-Y 1 +X 1\r\n", {0, 0, 0, 0}, 1),
+        -1);
     EXPECT_EQ(rgbe_dim(path.c_str(), primaries, &info), -2);
     EXPECT_EQ(lv_io_read_preview_rgbe(1, 1, 1, 1, path.c_str(), px.data()), -1);
-    write_file(path, kPlain + "+X 2 -Y 1\n", Bytes(8, 0));
+    EXPECT_EQ(read_with("+X 2 -Y 1\n", Bytes(8, 0)), -200);
     EXPECT_EQ(rgbe_dim(path.c_str(), primaries, &info), -3);
-    EXPECT_EQ(lv_io_read_rgbe(2, 1, path.c_str(), px.data()), -200);
-    write_file(path, kPlain + "-Y 3 +X 2\n", Bytes(24, 0));
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(lv_io_read_rgbe(4, 5, path.c_str(), px.data()), -200);
+    EXPECT_EQ(read_with("-Y 3 +X 2\n", Bytes(24, 0), 4, 5), -200);
     EXPECT_EQ(lv_io_read_rgbe(1, 1, (path + ".none").c_str(), px.data()), -1);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "lv_io_read_rgbe - dim found in Radiance file is 2 x 3  while should be 4 x 5\n"
               "lv_io_read_rgbe - could not open input Radiance file\n");
     EXPECT_EQ(lv_io_read_preview_rgbe(4, 5, 1, 1, path.c_str(), px.data()), -200);
-}
-
-TEST(RgbeReader, DamagedScanlinesGiveTheirCodes) {
-    const std::string path = temp_path("scan");
-    Bytes px(8);
-    auto read_with = [&](const Bytes &data, int h = 1) {
-        write_file(path, kPlain + "-Y " + std::to_string(h) + " +X 2\n", data);
-        return lv_io_read_rgbe(2, h, path.c_str(), px.data());
-    };
-    EXPECT_EQ(read_with({2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 2, 4, 5}), 1);
-    EXPECT_EQ(px, (Bytes{1, 1, 2, 2, 3, 3, 4, 5}));
-    EXPECT_EQ(read_with({2, 2, 0, 2, 0}), -202);          // zero code
-    EXPECT_EQ(read_with({2, 2, 0, 2, 3, 1, 2, 3}), -202); // literal past the plane
-    EXPECT_EQ(read_with({2, 2, 0, 2, 131, 1}), -202);     // run past the plane
-    EXPECT_EQ(read_with({2, 2, 0, 3, 130, 1}), -4);       // scanline of another width
-    EXPECT_EQ(read_with({2, 2, 0, 2, 130, 1, 130}), -1);  // no code where one is due
-    EXPECT_EQ(read_with({2, 2, 5, 0, 9, 9, 9, 9}), -4);   // flat pixels that look like a head
-    EXPECT_EQ(read_with({2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 130, 4, 2, 2, 0x80, 2}, 2), -201);
-    EXPECT_EQ(read_with({2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 2, 4}), 1); // cut inside a literal
+    // Scanlines of two pixels.
+    const std::string one = "-Y 1 +X 2\n";
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 2, 4, 5}), 1);
+    EXPECT_EQ(Bytes(px.begin(), px.begin() + 8), (Bytes{1, 1, 2, 2, 3, 3, 4, 5}));
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 0}), -202);          // zero code
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 3, 1, 2, 3}), -202); // literal past the plane
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 131, 1}), -202);     // run past the plane
+    EXPECT_EQ(read_with(one, {2, 2, 0, 3, 130, 1}), -4);       // scanline of another width
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 130, 1, 130}), -1);  // no code where one is due
+    EXPECT_EQ(read_with(one, {2, 2, 5, 0, 9, 9, 9, 9}), -4);   // flat pixels like a head
+    EXPECT_EQ(
+        read_with("-Y 2 +X 2\n", {2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 130, 4, 2, 2, 0x80, 2}, 2, 2),
+        -201);
+    EXPECT_EQ(read_with(one, {2, 2, 0, 2, 130, 1, 130, 2, 130, 3, 2, 4}), 1); // cut in a literal
     EXPECT_EQ(px[7], 0xFF);
-    EXPECT_EQ(read_with({1, 2, 3, 4, 5}), -1); // flat row short of data
+    EXPECT_EQ(read_with(one, {1, 2, 3, 4, 5}), -1); // flat row short of data
 }
 
 TEST(RgbePixel, DecodesWithoutAHalfStepAndEncodesAsTheFrexpConstruction) {
