@@ -41,8 +41,7 @@ def photographer_checks(label, lib, bracket, exposures, tmp):
     hdr = lv.to_float(out)
     ok = check(f"{label} statistics ordered", stats[0] <= stats[2] <= stats[1],
                f"min {stats[0]:.4g} mean {stats[2]:.4g} max {stats[1]:.4g}")
-    b32 = bracket.astype(np.int32)
-    lum = 54 * b32[..., 0] + 183 * b32[..., 1] + 19 * b32[..., 2]
+    lum = bracket.astype(np.int32) @ np.array([54, 183, 19], np.int32)
     order = np.argsort(exp, kind="stable")
     dark = order[0]
     # Clipped in every brighter frame (over 64000, the highest clipping limit), well exposed
