@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -16,43 +17,40 @@ constexpr int kN = LV_HUE_TABLE_SIZE;
 std::vector<float> zero_block() { return std::vector<float>(LV_TMPARAM_COUNT, 0.0f); }
 
 TEST(ColourParams, EachMethodReadsItsOwnIndices) {
+    float sat, temp, gamma, s[8], h[8], l[8];
     const auto zero = zero_block();
     for (int method = -1; method <= 16; ++method)
         EXPECT_EQ(has_color_param(method, zero.data()), method == 4 ? 1 : 0) << method;
-    float sat, temp, gamma, s[8], h[8], l[8];
     EXPECT_EQ(get_color_param(4, zero.data(), &sat, &temp, &gamma, s, h, l), 9);
     EXPECT_FLOAT_EQ(sat, -0.2f) << "the balancer's neutral saturation";
-    struct Case {
-        int method, sat_index, gamma_index;
-    };
-    for (const Case c : {Case{1, 2, 8}, Case{2, 13, 0}, Case{3, 13, 8}, Case{10, 3, 6},
-                         Case{11, 1, 6}, Case{14, 13, 6}, Case{7, 13, 6}, Case{99, 13, 6}}) {
+    // Method, then its saturation and gamma indices; unknown methods read method 2's.
+    for (const auto &c : {std::array<int, 3>{1, 2, 8}, {2, 13, 0}, {3, 13, 8}, {10, 3, 6},
+                          {11, 1, 6}, {14, 13, 6}, {7, 13, 6}, {99, 13, 6}}) {
         auto p = zero_block();
-        p[c.sat_index] = 5.0f;
-        p[c.gamma_index] = 3.0f;
+        p[c[1]] = 5.0f;
+        p[c[2]] = 3.0f;
         p[12] = 2.0f;
         p[44] = -1.0f;
-        get_color_param(c.method, p.data(), &sat, &temp, &gamma, s, h, l);
-        EXPECT_TRUE(sat == 0.5f && gamma == 3.0f && temp == 2.0f && l[3] == -1.0f) << c.method;
+        get_color_param(c[0], p.data(), &sat, &temp, &gamma, s, h, l);
+        EXPECT_TRUE(sat == 0.5f && gamma == 3.0f && temp == 2.0f && l[3] == -1.0f) << c[0];
     }
-    // A curve alone is 2; a ninth point counts; a plain slider is 1; unknown methods
-    // see only curves.
+    // A curve alone is 2 (a ninth point counts); a plain slider is 1; unknown methods see
+    // only curves.
     auto p = zero_block();
     p[49] = 1.0f;
     EXPECT_EQ(has_color_param(2, p.data()), 2);
     p[12] = 1.0f;
-    EXPECT_EQ(has_color_param(2, p.data()), 1);
-    EXPECT_EQ(has_color_param(7, p.data()), 2);
+    EXPECT_TRUE(has_color_param(2, p.data()) == 1 && has_color_param(7, p.data()) == 2);
 
     EXPECT_EQ(index_is_color_param(2, 13) + index_is_color_param(2, 0), 2);
     EXPECT_EQ(index_is_color_param(2, 12), 0); // honoured, yet not counted
     EXPECT_EQ(index_is_color_param(1, 12) + index_is_color_param(99, 30), 2);
     EXPECT_EQ(index_is_color_param(4, 13) + index_is_color_param(3, 50), 0);
-    auto b = zero_block();
-    b[0] = 1.0f; // not a tone setting of the global operator
-    EXPECT_EQ(has_same_hdr_settings(2, zero.data(), b.data()), 1);
-    EXPECT_EQ(has_same_hdr_settings(1, zero.data(), b.data()), 0);
-    EXPECT_EQ(has_same_hdr_settings(13, zero.data(), b.data()), -1);
+    p = zero_block();
+    p[0] = 1.0f; // not a tone setting of the global operator
+    EXPECT_EQ(has_same_hdr_settings(2, zero.data(), p.data()), 1);
+    EXPECT_EQ(has_same_hdr_settings(1, zero.data(), p.data()), 0);
+    EXPECT_EQ(has_same_hdr_settings(13, zero.data(), p.data()), -1);
 }
 
 int luts(const std::vector<float> &p, std::vector<float> &table, std::vector<float> &lum) {
@@ -118,20 +116,16 @@ TEST(HueTables, OneCurveValueBuildsAWholeSmoothTableAndSaturationIsHeldAtThree) 
 
 TEST(Splines, MonotoneDataStaysMonotoneAndFlatSpansStayFlat) {
     const float x[6] = {0, 1, 2, 3, 4, 5}, y[6] = {0, 0.1f, 0.1f, 3, 3.2f, 9};
-    float t[6];
+    float t[6], one = 5;
     monotone_cubic_spline(x, y, t, 6);
     EXPECT_TRUE(t[1] == 0.0f && t[2] == 0.0f);
-    float prev = -1;
-    for (float at = 0; at <= 5.0f; at += 0.01f) {
-        const float v = cubic_interpolate(x, y, t, 6, at);
-        ASSERT_GE(v, prev - 1e-6f) << at;
-        prev = v;
-    }
+    for (float at = 0.01f; at <= 5.0f; at += 0.01f)
+        ASSERT_GE(cubic_interpolate(x, y, t, 6, at),
+                  cubic_interpolate(x, y, t, 6, at - 0.01f) - 1e-6f) << at;
     for (int i = 0; i < 6; ++i)
         EXPECT_FLOAT_EQ(cubic_interpolate(x, y, t, 6, x[i]), y[i]);
-    float one = 5;
     monotone_cubic_spline(x, y, &one, 1);
-    EXPECT_EQ(one, 0.0f);
+    EXPECT_EQ(one, 0.0f) << "a single knot has a flat tangent";
 }
 
 TEST(ContrastLut, ZeroControlsGiveTheIdentityAndOthersAnSCurve) {
