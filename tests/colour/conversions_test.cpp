@@ -2,7 +2,6 @@
 // the whites and matrices of the working spaces.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <numeric>
 #include <random>
@@ -12,7 +11,9 @@
 
 namespace {
 
-template <auto F> void call(const float *a, float *b) { F(a, b); }
+template <auto F> void call(const float *a, float *b) {
+    F(a, b);
+}
 // The scaled copy works on 0..255.
 void scaled_fwd(const float *a, float *b) {
     const float s[3] = {a[0] * 255, a[1] * 255, a[2] * 255};
@@ -20,7 +21,8 @@ void scaled_fwd(const float *a, float *b) {
 }
 void scaled_inv(const float *a, float *b) {
     hsl2rgb(255, a, b);
-    for (int c = 0; c < 3; ++c) b[c] /= 255.0f;
+    for (int c = 0; c < 3; ++c)
+        b[c] /= 255.0f;
 }
 struct Family {
     const char *name;
@@ -108,8 +110,9 @@ TEST(ColourConversions, LabRoundTripsAndHoldsOutOfRangeAtTableEnds) {
 
 TEST(ColourConversions, DaylightWhitesOnBothSidesOf7000Kelvin) {
     // Chromaticities x, y of the standard daylight whites D50, D65 and D75.
-    for (const auto &w : {std::array<double, 3>{5003, 0.3457, 0.3585}, {6504, 0.3127, 0.3290},
-                          {7504, 0.2990, 0.3149}}) {
+    const double whites[][3] = {
+        {5003, 0.3457, 0.3585}, {6504, 0.3127, 0.3290}, {7504, 0.2990, 0.3149}};
+    for (const auto &w : whites) {
         float xyz[3];
         kelvin2XYZ(int(w[0]), xyz);
         const double sum = xyz[0] + xyz[1] + xyz[2];
@@ -134,7 +137,8 @@ TEST(ColourConversions, SpaceMatricesInvertEachOther) {
             for (int c = 0; c < 3; ++c)
                 EXPECT_NEAR(from[3 * r] * to[c] + from[3 * r + 1] * to[3 + c] +
                                 from[3 * r + 2] * to[6 + c],
-                            r == c ? 1.0 : 0.0, 2e-4) << space;
+                            r == c ? 1.0 : 0.0, 2e-4)
+                    << space;
     }
 }
 
