@@ -73,9 +73,7 @@ struct Job {
 
     explicit Job(const Scene &s, bool floats = false) : input(s.rgbe) {
         init_dim_param(&dim);
-        dim.width = s.width;
-        dim.height = s.height;
-        dim.strideOut = 3 * s.width;
+        dim.width = s.width, dim.height = s.height, dim.strideOut = 3 * s.width;
         tmparam_default(2, 0, p.data());
         exp_lut(exp_table, -8);
         // Statistics of the RGBE pixels either way, so both inputs share one curve.
@@ -135,11 +133,9 @@ TEST_F(TmSimple, GreysStayGreyHighlightsUnblownAndTemperatureTints) {
     const Scene &s = scene();
     const size_t pixels = size_t(s.width) * s.height;
     Scene grey = s; // the green plane copied to red and blue
-    for (int y = 0; y < s.height; ++y) {
-        unsigned char *row = &grey.rgbe[size_t(4) * s.width * y];
-        std::copy(row + s.width, row + 2 * s.width, row);
-        std::copy(row + s.width, row + 2 * s.width, row + 2 * s.width);
-    }
+    for (size_t row = 0; row < 4 * pixels; row += 4 * s.width)
+        for (int c : {0, 2})
+            std::copy_n(&s.rgbe[row + s.width], s.width, &grey.rgbe[row + c * s.width]);
     Job job(grey);
     auto out = job.render(2);
     for (size_t i = 0; i < pixels; ++i)
@@ -215,8 +211,7 @@ TEST_F(TmSimple, ColumnRangeWritesOnlyItsColumns) {
     const int ranges[][4] = {
         {10, 60, 10, 60}, {0, 0, 0, w}, {5, w, 5, w}, {w - 1, 20, 0, 20}, {-3, w + 9, 0, w}};
     for (const auto &r : ranges) {
-        job.p[56] = float(r[0]);
-        job.p[57] = float(r[1]);
+        job.p[56] = float(r[0]), job.p[57] = float(r[1]);
         std::vector<unsigned char> out;
         ASSERT_EQ(job.run(out, 2, 0xEE), job.expected_result(2));
         for (size_t i = 0; i < out.size(); ++i) {
