@@ -24,9 +24,8 @@ TEST(ConvertToRgbe, PixelsKeepTheirLinearValueAndUnreliableOnesTurnGrey) {
     const unsigned char px8[] = {128, 128, 128, 200, 90, 30, 3, 2, 1, 255, 255, 254};
     std::vector<unsigned char> rgbe(16);
     EXPECT_EQ(convert_to_rgbe(8, 4, 1, 3, 12, 0, lut8.data(), px8, rgbe.data()), 1);
-    // Mantissas are 8 bits relative to the pixel's largest sample.
-    // The dark pixel becomes grey at the darkest tracked level (mid grey), the clipped one
-    // grey at the brightest (0.3 R + 0.6 G + 0.1 B of the colour).
+    // Mantissas keep 8 bits of the largest sample. The dark pixel turns grey at the darkest
+    // tracked level (mid grey), the clipped one at the brightest (0.3 R + 0.6 G + 0.1 B).
     const float colour = 0.3f * lut8[200] + 0.6f * lut8[90] + 0.1f * lut8[30];
     for (int c = 0; c < 3; ++c) {
         EXPECT_NEAR(rgbe_value(rgbe, 4, 1, c), lut8[px8[3 + c]], lut8[200] / 128.0f);
