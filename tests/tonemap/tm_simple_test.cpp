@@ -1,5 +1,5 @@
 // The global tone mapper on the street bracket merged by the library: threads, mask
-// layers, column ranges, planar output, output depths, and renderings written as PNG for a
+// layers, column ranges, planar output, output depths, and the rendering written as PNG for a
 // person to look at. Skipped when the sample photographs are missing.
 #include <gtest/gtest.h>
 #include <png.h>
