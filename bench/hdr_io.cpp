@@ -39,8 +39,7 @@ int main(int argc, char **argv) {
             return 1;
         }
     }
-    const double s =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::printf("seconds=%.6f width=%d height=%d\n", s, info.width, info.height);
     return 0;
 }

@@ -69,8 +69,8 @@ bool parse_number(const std::string &option, const std::string &text, double lo,
     }
     if (v < lo || v > hi) {
         char buf[160];
-        std::snprintf(buf, sizeof buf, "option '%s' must lie between %g and %g", option.c_str(),
-                      lo, hi);
+        std::snprintf(buf, sizeof buf, "option '%s' must lie between %g and %g", option.c_str(), lo,
+                      hi);
         error = buf;
         return false;
     }
@@ -84,8 +84,8 @@ int fail(const std::string &subject, const std::string &problem) {
 }
 
 int usage_error(const std::string &command, const std::string &problem) {
-    std::fprintf(stderr, "lvhdr %s: %s (see 'lvhdr %s --help')\n", command.c_str(),
-                 problem.c_str(), command.c_str());
+    std::fprintf(stderr, "lvhdr %s: %s (see 'lvhdr %s --help')\n", command.c_str(), problem.c_str(),
+                 command.c_str());
     return exit_usage;
 }
 

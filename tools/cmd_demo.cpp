@@ -42,7 +42,9 @@ bool make_folder(const std::string &dir, std::string &error) {
     return true;
 }
 
-void step(const char *what, double seconds) { std::printf("  %-56s %7.3f s\n", what, seconds); }
+void step(const char *what, double seconds) {
+    std::printf("  %-56s %7.3f s\n", what, seconds);
+}
 
 } // namespace
 
@@ -67,11 +69,12 @@ int cmd_demo(int argc, char **argv) {
             return usage_error("demo", "--size takes WxH between 96x72 and 8000x8000");
     }
     std::string dir = args.get("--output", "demo-out");
-    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    while (dir.size() > 1 && dir.back() == '/')
+        dir.pop_back();
     if (!make_folder(dir, err)) return fail(dir, err);
 
-    std::printf("lvhdr demo: a synthetic %dx%d scene, bracketed, merged and tone-mapped\n",
-                width, height);
+    std::printf("lvhdr demo: a synthetic %dx%d scene, bracketed, merged and tone-mapped\n", width,
+                height);
     Stopwatch clock;
     const Scene scene = render_scene(width, height);
     const std::vector<float> exposures = demo_exposures();
@@ -141,8 +144,8 @@ int cmd_demo(int argc, char **argv) {
 
     std::printf("merge accuracy on %zu recorded pixels (median relative luminance error):\n",
                 known.pixels);
-    std::printf("  known exposures:   %.2f%% (90th percentile %.2f%%)\n",
-                100 * known.median_error, 100 * known.p90_error);
+    std::printf("  known exposures:   %.2f%% (90th percentile %.2f%%)\n", 100 * known.median_error,
+                100 * known.p90_error);
     std::printf("  derived exposures: %.2f%% (90th percentile %.2f%%); derived steps:",
                 100 * blind.median_error, 100 * blind.p90_error);
     for (size_t i = 1; i < derived.size(); ++i)

@@ -81,8 +81,7 @@ int cmd_merge(int argc, char **argv) {
         return usage_error("merge", "--ev-step, --times and --derive exclude each other");
     std::vector<float> given_times;
     if (args.has("--times")) {
-        if (!parse_times(args.get("--times"), given_times, err))
-            return usage_error("merge", err);
+        if (!parse_times(args.get("--times"), given_times, err)) return usage_error("merge", err);
         if (given_times.size() != args.positional.size())
             return usage_error("merge", "--times lists " + std::to_string(given_times.size()) +
                                             " exposures for " +
@@ -137,14 +136,16 @@ int cmd_merge(int argc, char **argv) {
 
     // The merged file claims only the settings that every frame shares.
     hdr.meta = meta[0];
-    for (int i = 1; i < n; ++i) constant_exif(&hdr.meta, &meta[size_t(i)]);
+    for (int i = 1; i < n; ++i)
+        constant_exif(&hdr.meta, &meta[size_t(i)]);
     if (!write_hdr(out_path, hdr, err)) return fail(out_path, err);
     const double t_write = clock.lap();
 
     std::printf("merged %d images of %dx%d, %d-bit, exposures from %s\n", n, bracket.width,
                 bracket.height, bracket.bits, origin);
     float darkest = exposures[0];
-    for (float e : exposures) darkest = std::fmin(darkest, e);
+    for (float e : exposures)
+        darkest = std::fmin(darkest, e);
     for (int i = 0; i < n; ++i) {
         const std::string settings = describe_exposure(meta[size_t(i)]);
         std::printf("  %-40s %+6.2f EV%s%s\n", args.positional[size_t(i)].c_str(),

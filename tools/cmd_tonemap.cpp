@@ -81,8 +81,7 @@ int cmd_tonemap(int argc, char **argv) {
 
     const std::string &in_path = args.positional[0];
     if (sniff_file(in_path) == FileKind::missing) return fail(in_path, "no such file");
-    if (sniff_file(in_path) != FileKind::radiance)
-        return fail(in_path, "not a Radiance HDR file");
+    if (sniff_file(in_path) != FileKind::radiance) return fail(in_path, "not a Radiance HDR file");
     Stopwatch clock;
     HdrImage hdr;
     if (!read_hdr(in_path, hdr, err)) return fail(in_path, err);
@@ -98,8 +97,7 @@ int cmd_tonemap(int argc, char **argv) {
     std::printf("tone-mapped %s (%dx%d) to %s, %d-bit\n", in_path.c_str(), hdr.width, hdr.height,
                 out_path.c_str(), int(bits));
     if (args.has("--timings"))
-        std::printf("timings: read %.3f s, tonemap %.3f s, write %.3f s\n", t_read, t_map,
-                    t_write);
+        std::printf("timings: read %.3f s, tonemap %.3f s, write %.3f s\n", t_read, t_map, t_write);
     return exit_ok;
 }
 

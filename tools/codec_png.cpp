@@ -82,7 +82,8 @@ bool read_png(const std::string &path, Image &image, std::string &error) {
     image.pixels.assign(image.bytes(), 0);
     s->rows.resize(size_t(image.height));
     const size_t pitch = size_t(image.width) * 3 * (image.bits / 8);
-    for (int y = 0; y < image.height; ++y) s->rows[size_t(y)] = image.pixels.data() + pitch * y;
+    for (int y = 0; y < image.height; ++y)
+        s->rows[size_t(y)] = image.pixels.data() + pitch * y;
     png_read_image(s->png, s->rows.data());
     png_read_end(s->png, nullptr);
     return true;

@@ -69,7 +69,8 @@ bool merge_bracket(const Bracket &bracket, ExposureSource source, float step,
 std::vector<float> exposures_from_metadata(const std::vector<MetadataBuf> &meta) {
     // Seven fields an image: exposure time and f-number as fractions, APEX shutter, ISO.
     std::vector<float> records(meta.size() * 7, 0.0f);
-    for (size_t i = 0; i < meta.size(); ++i) lvtool::exposure_record(meta[i], &records[7 * i]);
+    for (size_t i = 0; i < meta.size(); ++i)
+        lvtool::exposure_record(meta[i], &records[7 * i]);
     get_ev(int(meta.size()), records.data());
     records.resize(meta.size());
     return records;
@@ -77,8 +78,8 @@ std::vector<float> exposures_from_metadata(const std::vector<MetadataBuf> &meta)
 
 bool write_hdr(const std::string &path, const HdrImage &image, std::string &error) {
     return write_atomically(path, error, [&](const std::string &tmp, std::string &err) {
-        const int rc = lv_io_rgbe_write(tmp.c_str(), image.width, image.height, &image.meta, 0,
-                                        "", image.rgbe.data());
+        const int rc = lv_io_rgbe_write(tmp.c_str(), image.width, image.height, &image.meta, 0, "",
+                                        image.rgbe.data());
         if (rc < 0) err = "cannot write the Radiance file (" + std::to_string(rc) + ")";
         return rc >= 0;
     });
@@ -114,7 +115,8 @@ bool read_hdr(const std::string &path, HdrImage &image, std::string &error) {
 bool luminance_stats(HdrImage &image, float stats[6], std::string &error) {
     float table[256];
     exp_lut(table, -8);
-    for (int i = 0; i < 6; ++i) stats[i] = 0.0f;
+    for (int i = 0; i < 6; ++i)
+        stats[i] = 0.0f;
     if (logMinMaxMoy(image.width, image.height, table, image.rgbe.data(), stats) < 0) {
         error = "out of memory";
         return false;
@@ -147,8 +149,8 @@ bool tonemap_simple(HdrImage &image, const ToneSettings &settings, int bits, Ima
     out.pixels.assign(out.bytes(), 0);
     int threads = int(std::thread::hardware_concurrency());
     if (threads < 1) threads = 1;
-    const int rc = tm_simple(dim, p, nullptr, stats, table, &threads, image.rgbe.data(),
-                             out.pixels.data());
+    const int rc =
+        tm_simple(dim, p, nullptr, stats, table, &threads, image.rgbe.data(), out.pixels.data());
     if (rc < 0) {
         error = rc == LV_ERR_STATS ? "the image is flat: no luminance range to map"
                                    : "tone map failed (" + std::to_string(rc) + ")";
@@ -161,7 +163,8 @@ void rgbe_pixel(const HdrImage &image, int x, int y, float rgb[3]) {
     const uint8_t *row = image.rgbe.data() + size_t(4) * image.width * y;
     const int e = row[3 * image.width + x];
     const float scale = e ? std::ldexp(1.0f, e - 136) : 0.0f;
-    for (int c = 0; c < 3; ++c) rgb[c] = row[c * image.width + x] * scale;
+    for (int c = 0; c < 3; ++c)
+        rgb[c] = row[c * image.width + x] * scale;
 }
 
 } // namespace lvhdr

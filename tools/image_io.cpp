@@ -26,12 +26,18 @@ FileKind sniff_file(const std::string &path) {
 
 const char *kind_name(FileKind kind) {
     switch (kind) {
-    case FileKind::jpeg: return "JPEG";
-    case FileKind::png: return "PNG";
-    case FileKind::tiff: return "TIFF";
-    case FileKind::radiance: return "Radiance HDR";
-    case FileKind::missing: return "missing";
-    default: return "unknown";
+    case FileKind::jpeg:
+        return "JPEG";
+    case FileKind::png:
+        return "PNG";
+    case FileKind::tiff:
+        return "TIFF";
+    case FileKind::radiance:
+        return "Radiance HDR";
+    case FileKind::missing:
+        return "missing";
+    default:
+        return "unknown";
     }
 }
 
@@ -40,7 +46,8 @@ std::string extension_of(const std::string &path) {
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
     std::string ext = path.substr(dot + 1);
-    for (char &c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    for (char &c : ext)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
     return ext;
 }
 
@@ -49,13 +56,18 @@ bool read_image(const std::string &path, Image &image, std::string &error) {
     case FileKind::missing:
         error = std::strerror(errno);
         return false;
-    case FileKind::jpeg: return read_jpeg(path, image, error);
-    case FileKind::png: return read_png(path, image, error);
-    case FileKind::tiff: return read_tiff(path, image, error);
+    case FileKind::jpeg:
+        return read_jpeg(path, image, error);
+    case FileKind::png:
+        return read_png(path, image, error);
+    case FileKind::tiff:
+        return read_tiff(path, image, error);
     case FileKind::radiance:
         error = "is an HDR file; expected a JPEG, PNG or TIFF photograph";
         return false;
-    default: error = "not a JPEG, PNG or TIFF image"; return false;
+    default:
+        error = "not a JPEG, PNG or TIFF image";
+        return false;
     }
 }
 
@@ -70,13 +82,32 @@ void turn_upright(Image &image, int orientation) {
         for (int x = 0; x < ow; ++x) {
             int sx = x, sy = y; // where the upright pixel (x, y) is stored
             switch (orientation) {
-            case 2: sx = w - 1 - x; break;
-            case 3: sx = w - 1 - x; sy = h - 1 - y; break;
-            case 4: sy = h - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = h - 1 - x; break;
-            case 7: sx = w - 1 - y; sy = h - 1 - x; break;
-            case 8: sx = w - 1 - y; sy = x; break;
+            case 2:
+                sx = w - 1 - x;
+                break;
+            case 3:
+                sx = w - 1 - x;
+                sy = h - 1 - y;
+                break;
+            case 4:
+                sy = h - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = h - 1 - x;
+                break;
+            case 7:
+                sx = w - 1 - y;
+                sy = h - 1 - x;
+                break;
+            case 8:
+                sx = w - 1 - y;
+                sy = x;
+                break;
             }
             std::memcpy(&out[(size_t(y) * ow + x) * px], &image.pixels[(size_t(sy) * w + sx) * px],
                         px);

@@ -10,7 +10,9 @@ ProgressBar *current_bar = nullptr;
 constexpr int bar_width = 30;
 } // namespace
 
-bool on_terminal() { return isatty(STDERR_FILENO) && isatty(STDOUT_FILENO); }
+bool on_terminal() {
+    return isatty(STDERR_FILENO) && isatty(STDOUT_FILENO);
+}
 
 ProgressBar::ProgressBar(std::string label)
     : label_(std::move(label)), enabled_(on_terminal()), previous_(current_bar) {
@@ -32,7 +34,8 @@ void ProgressBar::update(float fraction) {
     shown_ = percent;
     const int filled = percent * bar_width / 100;
     char bar[bar_width + 1];
-    for (int i = 0; i < bar_width; ++i) bar[i] = i < filled ? '#' : '.';
+    for (int i = 0; i < bar_width; ++i)
+        bar[i] = i < filled ? '#' : '.';
     bar[bar_width] = 0;
     std::fprintf(stderr, "\r%-12s [%s] %3d%%", label_.c_str(), bar, percent);
     std::fflush(stderr);

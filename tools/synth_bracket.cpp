@@ -32,14 +32,18 @@ double value_noise(double x, double y, double cell, uint32_t salt) {
 struct Rgb {
     double r, g, b;
 };
-Rgb operator*(Rgb c, double k) { return {c.r * k, c.g * k, c.b * k}; }
-Rgb operator+(Rgb c, Rgb k) { return {c.r + k.r, c.g + k.g, c.b + k.b}; }
+Rgb operator*(Rgb c, double k) {
+    return {c.r * k, c.g * k, c.b * k};
+}
+Rgb operator+(Rgb c, Rgb k) {
+    return {c.r + k.r, c.g + k.g, c.b + k.b};
+}
 
 bool inside(double u, double v, double u0, double v0, double u1, double v1) {
     return u >= u0 && u < u1 && v >= v0 && v < v1;
 }
 
-constexpr double sun_light = 6.0; // irradiance on sunlit surfaces: albedo 0.18 reads ~1
+constexpr double sun_light = 6.0;  // irradiance on sunlit surfaces: albedo 0.18 reads ~1
 constexpr double sky_light = 0.25; // irradiance in the wall's shadow: 4.6 stops less
 
 // The shadowed brick wall with its grille, doorway and lit window. px, py are pixels.
@@ -61,7 +65,8 @@ Rgb wall(double u, double v, double px, double py, double unit) {
     if (inside(u, v, 0.24, 0.60, 0.36, 1.0)) {
         const double plank = 0.75 + 0.5 * hash01(0, int(py / (5 * unit)), 11);
         const double crate = inside(u, v, 0.27, 0.82, 0.32, 0.95) ? 2.5 : 1.0;
-        return Rgb{0.9, 0.85, 0.8} * (0.003 * plank * crate * (0.9 + 0.2 * hash01(int(px), int(py), 12)));
+        return Rgb{0.9, 0.85, 0.8} *
+               (0.003 * plank * crate * (0.9 + 0.2 * hash01(int(px), int(py), 12)));
     }
     // Ventilation grille: alternating one-pixel bars, the finest detail of the scene.
     if (inside(u, v, 0.05, 0.55, 0.17, 0.75)) {
@@ -92,8 +97,8 @@ Rgb ground(double u, double v, double px, double py, double unit) {
                                          {0.05, 0.07, 0.60}, {0.80, 0.70, 0.05},
                                          {0.65, 0.06, 0.50}, {0.05, 0.50, 0.70}};
         static const double greys[6] = {0.90, 0.59, 0.36, 0.19, 0.09, 0.031};
-        const Rgb albedo = j == 0 ? saturated[std::clamp(i, 0, 5)]
-                                  : Rgb{1, 1, 1} * greys[std::clamp(i, 0, 5)];
+        const Rgb albedo =
+            j == 0 ? saturated[std::clamp(i, 0, 5)] : Rgb{1, 1, 1} * greys[std::clamp(i, 0, 5)];
         return albedo * sun_light;
     }
     const double sw = 44 * unit, sh = 20 * unit;
@@ -119,8 +124,8 @@ Rgb sky(double u, double v, double px, double py, double w) {
         const double limb = 0.75 + 0.25 * std::sqrt(1 - (d / radius) * (d / radius));
         return Rgb{1.0, 0.97, 0.9} * (8000.0 * limb);
     }
-    c = c + Rgb{1.0, 0.9, 0.7} * (220.0 * std::exp(-(d - radius) / 0.03) +
-                                  30.0 * std::exp(-(d - radius) / 0.15));
+    c = c + Rgb{1.0, 0.9, 0.7} *
+                (220.0 * std::exp(-(d - radius) / 0.03) + 30.0 * std::exp(-(d - radius) / 0.15));
     (void)u;
     return c;
 }
@@ -152,7 +157,9 @@ Scene render_scene(int width, int height) {
 }
 
 namespace {
-double luminance(const float *rgb) { return 0.2 * rgb[0] + 0.7 * rgb[1] + 0.1 * rgb[2]; }
+double luminance(const float *rgb) {
+    return 0.2 * rgb[0] + 0.7 * rgb[1] + 0.1 * rgb[2];
+}
 } // namespace
 
 double scene_stops(const Scene &scene) {
@@ -168,7 +175,8 @@ double scene_stops(const Scene &scene) {
 std::vector<float> demo_exposures() {
     // The middle frame puts a mid-grey card (radiance 1) at 18% of full scale.
     std::vector<float> e;
-    for (int k = -2; k <= 2; ++k) e.push_back(float(0.18 * std::pow(4.0, k)));
+    for (int k = -2; k <= 2; ++k)
+        e.push_back(float(0.18 * std::pow(4.0, k)));
     return e;
 }
 
@@ -204,8 +212,7 @@ std::vector<Image> photograph(const Scene &scene, const std::vector<float> &expo
 Accuracy measure_accuracy(const Scene &truth, const HdrImage &merged,
                           const std::vector<float> &exposures) {
     Accuracy a;
-    if (exposures.empty() || merged.width != truth.width || merged.height != truth.height)
-        return a;
+    if (exposures.empty() || merged.width != truth.width || merged.height != truth.height) return a;
     const double darkest = *std::min_element(exposures.begin(), exposures.end());
     const double brightest = *std::max_element(exposures.begin(), exposures.end());
     std::vector<double> ratio;
@@ -228,7 +235,8 @@ Accuracy measure_accuracy(const Scene &truth, const HdrImage &merged,
     std::nth_element(ratio.begin(), mid, ratio.end());
     a.scale = *mid;
     if (!(a.scale > 0)) return a;
-    for (double &r : ratio) r = std::fabs(r / a.scale - 1.0);
+    for (double &r : ratio)
+        r = std::fabs(r / a.scale - 1.0);
     std::nth_element(ratio.begin(), mid, ratio.end());
     a.median_error = *mid;
     auto p90 = ratio.begin() + ratio.size() * 9 / 10;
@@ -245,8 +253,7 @@ Image shrink(const Image &image, int factor) {
     out.pixels.assign(out.bytes(), 0);
     const bool wide = image.bits == 16;
     auto get = [&](size_t i) -> unsigned {
-        return wide ? reinterpret_cast<const uint16_t *>(image.pixels.data())[i]
-                    : image.pixels[i];
+        return wide ? reinterpret_cast<const uint16_t *>(image.pixels.data())[i] : image.pixels[i];
     };
     for (int y = 0; y < out.height; ++y)
         for (int x = 0; x < out.width; ++x)

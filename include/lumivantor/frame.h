@@ -15,22 +15,22 @@
 LV_EXTERN_C_BEGIN
 
 /* ---- Return codes. Negative is failure, zero or positive success. ---- */
-#define LV_ERR_ARG (-1)            /* bad argument, unusable input, file won't open */
-#define LV_ERR_IO (-2)             /* short read or write, or a thread could not start */
-#define LV_ERR_KIND (-3)           /* operation not allowed for this input, bad file structure */
-#define LV_ERR_NOMEM (-4)          /* an allocation failed */
-#define LV_ERR_STATS (-5)          /* statistics unusable (minimum not below maximum) */
-#define LV_ERR_NO_INPUT (-10)      /* no input buffer and no source file */
-#define LV_ERR_NOT_HDR_NAME (-11)  /* source file has no .hdr extension */
+#define LV_ERR_ARG (-1)             /* bad argument, unusable input, file won't open */
+#define LV_ERR_IO (-2)              /* short read or write, or a thread could not start */
+#define LV_ERR_KIND (-3)            /* operation not allowed for this input, bad file structure */
+#define LV_ERR_NOMEM (-4)           /* an allocation failed */
+#define LV_ERR_STATS (-5)           /* statistics unusable (minimum not below maximum) */
+#define LV_ERR_NO_INPUT (-10)       /* no input buffer and no source file */
+#define LV_ERR_NOT_HDR_NAME (-11)   /* source file has no .hdr extension */
 #define LV_ERR_WORK_TOO_SMALL (-12) /* work buffer smaller than twice the input */
-#define LV_ERR_LEVELS (-16)        /* bad level arguments */
-#define LV_ERR_STRIP_OPEN (-20)    /* strip temp file could not be opened or sought */
-#define LV_ERR_STRIP_READ (-21)    /* strip read fell short */
-#define LV_ERR_STRIP_WRITE (-22)   /* strip write fell short */
-#define LV_ERR_RGBE_SIZE (-200)    /* Radiance file's size differs from the expected one */
-#define LV_ERR_RGBE_WIDTH (-201)   /* Radiance scanline head has its width's high bit set */
-#define LV_ERR_RGBE_CODE (-202)    /* Radiance run-length code zero or past its plane */
-#define LV_ERR_NO_WORK (-400)      /* work buffer is null */
+#define LV_ERR_LEVELS (-16)         /* bad level arguments */
+#define LV_ERR_STRIP_OPEN (-20)     /* strip temp file could not be opened or sought */
+#define LV_ERR_STRIP_READ (-21)     /* strip read fell short */
+#define LV_ERR_STRIP_WRITE (-22)    /* strip write fell short */
+#define LV_ERR_RGBE_SIZE (-200)     /* Radiance file's size differs from the expected one */
+#define LV_ERR_RGBE_WIDTH (-201)    /* Radiance scanline head has its width's high bit set */
+#define LV_ERR_RGBE_CODE (-202)     /* Radiance run-length code zero or past its plane */
+#define LV_ERR_NO_WORK (-400)       /* work buffer is null */
 
 /* ---- Image descriptors ---- */
 
@@ -50,10 +50,10 @@ typedef struct DimParam {
 
 /* Run options of a job, passed by value. Path strings belong to the caller. */
 typedef struct OptimParam {
-    int32_t numThreads;    /* worker threads; below 2 runs on the calling thread */
-    int32_t lowMemory;     /* nonzero: large arrays live in the temp files */
-    int32_t pyramidMode;   /* 0 ordinary, 1 reduced copy, 9 size query */
-    int32_t reserved;      /* zero */
+    int32_t numThreads;     /* worker threads; below 2 runs on the calling thread */
+    int32_t lowMemory;      /* nonzero: large arrays live in the temp files */
+    int32_t pyramidMode;    /* 0 ordinary, 1 reduced copy, 9 size query */
+    int32_t reserved;       /* zero */
     const char *sourceFile; /* Radiance file read instead of an input buffer, or NULL */
     const char *tempPath0;  /* decoded RGBE image in low-memory runs */
     const char *tempPath1;  /* log-luminance plane between stages */
@@ -188,8 +188,8 @@ LV_API int exp_lut(float *table, int bias);
 /* table[i] = 2^(i - 136); returns 256. */
 LV_API int exp_lut_old(float *table);
 /* Minimum, maximum and mean grey of planar RGBE rows; returns height, 0 for no pixels. */
-LV_API int hdrMinMaxNew(int width, int height, unsigned char *rgbe, float *minimum,
-                        float *maximum, float *mean);
+LV_API int hdrMinMaxNew(int width, int height, unsigned char *rgbe, float *minimum, float *maximum,
+                        float *mean);
 /* Adds planar RGBE pixels to a 65536-bin log histogram over range[0..1]; returns height,
  * -1 for an empty range. */
 LV_API int getHisto32(int width, int height, unsigned char *rgbe, float *range, unsigned *hist);
@@ -200,8 +200,8 @@ LV_API int hist32info(float *range, long unused, int *hist, float *info);
 LV_API void histo4preview(int width, int height, int spp, int swapRedBlue, int pitchBytes,
                           const unsigned char *image, unsigned *counters);
 /* Display histogram of grey levels (8 or 16 bits) into 256 counters. */
-LV_API void histlum(int width, int height, int pitchSamples, int spp, int bits,
-                    const void *image, unsigned *counters);
+LV_API void histlum(int width, int height, int pitchSamples, int spp, int bits, const void *image,
+                    unsigned *counters);
 /* Display histograms of samples 0, 1, 2 into three sets of 256 counters. */
 LV_API void histcolors(int width, int height, int pitchSamples, int spp, int bits,
                        const void *image, unsigned *counters);

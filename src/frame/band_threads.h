@@ -22,8 +22,8 @@ typedef int (*LvThreadCreateFn)(pthread_t *, const pthread_attr_t *, void *(*)(v
 LV_API void lv_set_thread_create(LvThreadCreateFn fn);
 
 // Starts a band thread through the current thread-creation function.
-LV_API int lv_thread_create(pthread_t *thread, const pthread_attr_t *attr,
-                            void *(*body)(void *), void *arg);
+LV_API int lv_thread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
+                            void *arg);
 
 LV_EXTERN_C_END
 
@@ -47,8 +47,7 @@ inline Band band_of(int height, int index, int count) {
 // Records must have an int field `result`. Returns the last record's result, -2 if a
 // thread could not be started (the threads already running are joined first), or -4 if
 // the records could not be allocated.
-template <class Record, class Fill>
-int run_threaded(int count, void *(*body)(void *), Fill fill) {
+template <class Record, class Fill> int run_threaded(int count, void *(*body)(void *), Fill fill) {
     std::unique_ptr<Record[]> records(new (std::nothrow) Record[count]());
     std::unique_ptr<pthread_t[]> threads(new (std::nothrow) pthread_t[count]);
     if (!records || !threads) return LV_ERR_NOMEM;
@@ -61,7 +60,8 @@ int run_threaded(int count, void *(*body)(void *), Fill fill) {
         fill(records[started], started, count);
         if (lv_thread_create(&threads[started], &attr, body, &records[started]) != 0) break;
     }
-    for (int i = 0; i < started; ++i) pthread_join(threads[i], nullptr);
+    for (int i = 0; i < started; ++i)
+        pthread_join(threads[i], nullptr);
     pthread_attr_destroy(&attr);
     if (started < count) return LV_ERR_IO;
     return records[count - 1].result;

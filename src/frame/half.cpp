@@ -26,14 +26,17 @@ constexpr std::array<uint16_t, 512> make_base_table() {
     for (int i = 0; i < 512; ++i) {
         const int e = i & 0xFF;
         const int he = e - 112;
-        if (he >= 1 && he <= 29) t[i] = static_cast<uint16_t>((he << 10) | ((i & 0x100) ? 0x8000 : 0));
+        if (he >= 1 && he <= 29)
+            t[i] = static_cast<uint16_t>((he << 10) | ((i & 0x100) ? 0x8000 : 0));
     }
     return t;
 }
 constexpr std::array<uint16_t, 512> kBase = make_base_table();
 
 // Rounds the 23-bit mantissa to 10 bits, ties to even; a carry lands in the exponent.
-inline uint32_t rounded_mantissa(uint32_t m) { return (m + 0x0FFFu + ((m >> 13) & 1u)) >> 13; }
+inline uint32_t rounded_mantissa(uint32_t m) {
+    return (m + 0x0FFFu + ((m >> 13) & 1u)) >> 13;
+}
 
 } // namespace
 

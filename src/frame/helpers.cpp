@@ -32,46 +32,64 @@ void init_dim_param(DimParam *d) {
     d->bpsOut = 8;
 }
 
-void init_optim_param(OptimParam *o) { *o = OptimParam{}; }
+void init_optim_param(OptimParam *o) {
+    *o = OptimParam{};
+}
 
 int arrondi(float x) {
     const int t = static_cast<int>(x);
     return (x - static_cast<float>(t) > 0.5f) ? t + 1 : t;
 }
 
-int plafond(int a, int b) { return a < b ? a : b; }
+int plafond(int a, int b) {
+    return a < b ? a : b;
+}
 
 int coupeh(int v, float limit) {
     return static_cast<float>(v) > limit ? static_cast<int>(limit) : v;
 }
 
-int lim8(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+int lim8(int v) {
+    return v < 0 ? 0 : (v > 255 ? 255 : v);
+}
 
-int lim8int(int v) { return lim8(v); }
+int lim8int(int v) {
+    return lim8(v);
+}
 
-int64_t lim16(int64_t v) { return v < 0 ? 0 : (v > 65535 ? 65535 : v); }
+int64_t lim16(int64_t v) {
+    return v < 0 ? 0 : (v > 65535 ? 65535 : v);
+}
 
 uint8_t lim8f(float x) {
     if (x > 0.0f && x < 255.0f) return static_cast<uint8_t>(x);
     return x >= 255.0f ? 255 : 0;
 }
 
-int clipvar(int v, double g) { return lv::round_over_half(std::pow(v * 0.01, g) * 1000.0); }
+int clipvar(int v, double g) {
+    return lv::round_over_half(std::pow(v * 0.01, g) * 1000.0);
+}
 
-int fclipvar(float v, double g) { return lv::round_over_half(std::pow(v * 0.01, g) * 1000.0); }
+int fclipvar(float v, double g) {
+    return lv::round_over_half(std::pow(v * 0.01, g) * 1000.0);
+}
 
-float lerp(float a, float b, float t) { return a + (b - a) * t; }
+float lerp(float a, float b, float t) {
+    return a + (b - a) * t;
+}
 
 // An fgetc() of EOF (-1) enters the sum unchecked, as callers of these readers expect.
 uint32_t fget4m(FILE *f) {
     uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) v = (v << 8) + static_cast<uint32_t>(std::fgetc(f));
+    for (int i = 0; i < 4; ++i)
+        v = (v << 8) + static_cast<uint32_t>(std::fgetc(f));
     return v;
 }
 
 uint64_t fget8m(FILE *f) {
     uint64_t v = 0;
-    for (int i = 0; i < 8; ++i) v = (v << 8) + static_cast<uint64_t>(std::fgetc(f));
+    for (int i = 0; i < 8; ++i)
+        v = (v << 8) + static_cast<uint64_t>(std::fgetc(f));
     return v;
 }
 
@@ -122,8 +140,8 @@ int load_buffer(const char *path, void *buffer, int size, int *outSize) {
     return 1;
 }
 
-int fillRowStride(int, int rows, int, int bitsPerPixel, int width, int strideWidth,
-                  const void *src, void *dst) {
+int fillRowStride(int, int rows, int, int bitsPerPixel, int width, int strideWidth, const void *src,
+                  void *dst) {
     const int row_bytes = (width * bitsPerPixel) >> 3;
     const int stride_bytes = (strideWidth * bitsPerPixel) >> 3;
     if (row_bytes == stride_bytes) return 1;
@@ -141,8 +159,7 @@ int fillRowStride(int, int rows, int, int bitsPerPixel, int width, int strideWid
     return rows;
 }
 
-int copyImageRows(int rows, int rowBytes, int srcPitch, int dstPitch, const void *src,
-                  void *dst) {
+int copyImageRows(int rows, int rowBytes, int srcPitch, int dstPitch, const void *src, void *dst) {
     if (rows < 1) return 0;
     const auto *s = static_cast<const unsigned char *>(src);
     auto *d = static_cast<unsigned char *>(dst);
@@ -157,9 +174,13 @@ int memBlocksEqual(const void *a, const void *b, int size) {
     return std::memcmp(a, b, static_cast<size_t>(size)) != 0 ? 1 : 0;
 }
 
-int lv_deletef(const char *path) { return std::remove(path); }
+int lv_deletef(const char *path) {
+    return std::remove(path);
+}
 
-int lv_checkfolder(const char *path) { return access(path, F_OK); }
+int lv_checkfolder(const char *path) {
+    return access(path, F_OK);
+}
 
 int lv_makefolder(const char *parent, const char *name) {
     const int r = chdir(parent);

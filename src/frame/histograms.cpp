@@ -17,7 +17,8 @@ template <class Sample, class Visit>
 void for_each_pixel(int width, int height, int pitch, int spp, const Sample *image, Visit visit) {
     for (int y = 0; y < height; ++y) {
         const Sample *px = image + static_cast<ptrdiff_t>(y) * pitch;
-        for (int x = 0; x < width; ++x, px += spp) visit(px);
+        for (int x = 0; x < width; ++x, px += spp)
+            visit(px);
     }
 }
 
@@ -50,10 +51,9 @@ void histlum(int width, int height, int pitchSamples, int spp, int bits, const v
         for_each_pixel(width, height, pitchSamples, spp, static_cast<const uint8_t *>(image),
                        [&](const uint8_t *px) { count(px[s.s0], px[s.s1], px[s.s2]); });
     } else if (bits == 16) {
-        for_each_pixel(width, height, pitchSamples, spp, static_cast<const uint16_t *>(image),
-                       [&](const uint16_t *px) {
-                           count(px[s.s0] >> 8, px[s.s1] >> 8, px[s.s2] >> 8);
-                       });
+        for_each_pixel(
+            width, height, pitchSamples, spp, static_cast<const uint16_t *>(image),
+            [&](const uint16_t *px) { count(px[s.s0] >> 8, px[s.s1] >> 8, px[s.s2] >> 8); });
     }
 }
 
@@ -77,8 +77,8 @@ void histcolors(int width, int height, int pitchSamples, int spp, int bits, cons
     }
 }
 
-void hist16(int width, int height, int pitchSamples, int spp, const uint16_t *image,
-            float *lowest, float *highest, unsigned *counters) {
+void hist16(int width, int height, int pitchSamples, int spp, const uint16_t *image, float *lowest,
+            float *highest, unsigned *counters) {
     const Slots s(spp);
     unsigned lo = 65535, hi = 0;
     for_each_pixel(width, height, pitchSamples, spp, image, [&](const uint16_t *px) {

@@ -6,7 +6,8 @@
 extern "C" {
 
 void mt_init(uint32_t *state) {
-    for (uint32_t i = 0; i < 624; ++i) state[1 + i] = i;
+    for (uint32_t i = 0; i < 624; ++i)
+        state[1 + i] = i;
     state[0] = 2496; // byte offset past the end: the first draw refills
 }
 

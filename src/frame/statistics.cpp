@@ -36,11 +36,11 @@ int first_bin_over(const Count *hist, int from, int bins, long long threshold) {
 struct RgbeGrey {
     float table[256];
     RgbeGrey() {
-        for (int i = 0; i < 256; ++i) table[i] = std::ldexp(1.0f, i - 128);
+        for (int i = 0; i < 256; ++i)
+            table[i] = std::ldexp(1.0f, i - 128);
     }
     float operator()(const unsigned char *row, int width, int x) const {
-        const unsigned g =
-            lv::grey256(row[x], row[width + x], row[2 * width + x]) >> 8;
+        const unsigned g = lv::grey256(row[x], row[width + x], row[2 * width + x]) >> 8;
         return table[row[3 * width + x]] * static_cast<float>(g);
     }
 };
@@ -52,14 +52,16 @@ extern "C" {
 int GlobalCntAdjust = 0;
 
 int exp_lut(float *table, int bias) {
-    for (int i = 0; i < 256; ++i) table[i] = std::ldexp(1.0f, bias - 128 + i);
+    for (int i = 0; i < 256; ++i)
+        table[i] = std::ldexp(1.0f, bias - 128 + i);
     return 256;
 }
 
-int exp_lut_old(float *table) { return exp_lut(table, -8); }
+int exp_lut_old(float *table) {
+    return exp_lut(table, -8);
+}
 
-int logMinMaxMoy(int width, int height, float *expTable, unsigned char *image,
-                 float *lumStats) {
+int logMinMaxMoy(int width, int height, float *expTable, unsigned char *image, float *lumStats) {
     const bool is_float = lumStats[0] == 32.0f && (lumStats[1] == 1.0f || lumStats[1] == 3.0f);
     const int spp = is_float ? static_cast<int>(lumStats[1]) : 0;
 
@@ -245,7 +247,8 @@ int hist32info(float *range, long, int *hist, float *info) {
         // Ignore the deep darks: start at the bin of a luminance of 0.0001.
         const double start = (-9.210340397238308 - log_lo) / b;
         k0 = start >= 2147483647.0 ? 2147483647LL : static_cast<long long>(start);
-        for (long long i = 0; i < k0 && i < kLogBins; ++i) total -= static_cast<float>(hist[i]);
+        for (long long i = 0; i < k0 && i < kLogBins; ++i)
+            total -= static_cast<float>(hist[i]);
         if (k0 >= kLogBins) {
             info[4] = 0.0f;
             info[5] = info[6] = info[7] = level(static_cast<double>(k0));
@@ -263,12 +266,10 @@ int hist32info(float *range, long, int *hist, float *info) {
     }
     info[4] = counted > 0.0 ? static_cast<float>(std::exp(log_lo + weighted * b / counted)) : 0.0f;
 
-    const int low_bin =
-        first_bin_over(hist, from, kLogBins, static_cast<long long>(total * low));
+    const int low_bin = first_bin_over(hist, from, kLogBins, static_cast<long long>(total * low));
     const int median_bin =
         first_bin_over(hist, from, kLogBins, static_cast<long long>(total * 0.5));
-    const int high_bin =
-        first_bin_over(hist, from, kLogBins, static_cast<long long>(total * high));
+    const int high_bin = first_bin_over(hist, from, kLogBins, static_cast<long long>(total * high));
     info[5] = level(median_bin);
     info[6] = level(low_bin);
     info[7] = level(high_bin);

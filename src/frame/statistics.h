@@ -22,6 +22,8 @@ inline int clamped_bin(double v, int top) {
 }
 
 // Integer grey of 8-bit levels with weights 54, 183, 19 (sum 256), before the shift.
-inline unsigned grey256(unsigned r, unsigned g, unsigned b) { return 54u * r + 183u * g + 19u * b; }
+inline unsigned grey256(unsigned r, unsigned g, unsigned b) {
+    return 54u * r + 183u * g + 19u * b;
+}
 
 } // namespace lv

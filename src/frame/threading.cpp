@@ -18,7 +18,9 @@ struct FreeDeleter {
 
 extern "C" {
 
-void lv_set_thread_create(LvThreadCreateFn fn) { g_thread_create = fn; }
+void lv_set_thread_create(LvThreadCreateFn fn) {
+    g_thread_create = fn;
+}
 
 int lv_thread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                      void *arg) {

@@ -5,7 +5,6 @@
 #include "frame/rounding.h"
 #include "lumivantor/frame.h"
 
-
 extern "C" {
 
 int tmparam_default(int method, int variant, float *p) {

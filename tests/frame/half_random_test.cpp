@@ -127,10 +127,12 @@ uint32_t untemper(uint32_t y) {
     y ^= y >> 18;
     y ^= (y << 15) & 0xEFC60000u;
     uint32_t x = y;
-    for (int i = 0; i < 5; ++i) x = y ^ ((x << 7) & 0x9D2C5680u);
+    for (int i = 0; i < 5; ++i)
+        x = y ^ ((x << 7) & 0x9D2C5680u);
     y = x;
     x = y;
-    for (int i = 0; i < 3; ++i) x = y ^ (x >> 11);
+    for (int i = 0; i < 3; ++i)
+        x = y ^ (x >> 11);
     return x;
 }
 
@@ -149,12 +151,14 @@ TEST(RandomNumbers, OneFixedSequenceOfUntemperedTwisterWords) {
     // A standard engine whose state words are 0..623 and whose position forces a twist
     // produces the same words once its tempering is undone.
     std::stringstream state;
-    for (int i = 0; i < 624; ++i) state << i << ' ';
+    for (int i = 0; i < 624; ++i)
+        state << i << ' ';
     state << 624;
     std::mt19937 engine;
     state >> engine;
     ASSERT_FALSE(state.fail());
-    for (int i = 0; i < 2000; ++i) ASSERT_EQ(untemper(engine()), first[i]) << "draw " << i;
+    for (int i = 0; i < 2000; ++i)
+        ASSERT_EQ(untemper(engine()), first[i]) << "draw " << i;
 }
 
 } // namespace

@@ -32,7 +32,8 @@ TEST(Rounding, RoundsUpOnlyStrictlyAboveHalfAndNeverRoundsNegatives) {
     EXPECT_EQ(arrondi(0.5f), 0);
     EXPECT_EQ(arrondi(-0.6f), 0);
     EXPECT_EQ(arrondi(-1.7f), -1);
-    for (double g : {0.3, 1.0, 2.2}) EXPECT_EQ(clipvar(100, g), 1000);
+    for (double g : {0.3, 1.0, 2.2})
+        EXPECT_EQ(clipvar(100, g), 1000);
     EXPECT_EQ(fclipvar(50.0f, 2.0), 250) << "a whole result is not rounded up";
     EXPECT_EQ(coupeh(10, 7.9f), 7);
 }
@@ -58,7 +59,8 @@ TEST(ByteOrder, ReadsMostSignificantFirstAndLetsEndOfFileIntoTheSum) {
     EXPECT_EQ(fget4m(f), 0x12345678u);
     EXPECT_EQ(fget8m(f), 0x0102030405060708ull);
     uint32_t expected = 0xAB; // one byte left, then three fgetc results of -1
-    for (int i = 0; i < 3; ++i) expected = (expected << 8) + 0xFFFFFFFFu;
+    for (int i = 0; i < 3; ++i)
+        expected = (expected << 8) + 0xFFFFFFFFu;
     EXPECT_EQ(fget4m(f), expected);
     std::fclose(f);
 }
@@ -78,7 +80,8 @@ TEST(Buffers, EqualityAnswersDifferentAndStrideWideningWorksInPlace) {
 
     // Three 3-pixel rows of 16-bit grey widen in place to a pitch of 4 pixels.
     std::vector<uint16_t> buf(12, 0xEEEE);
-    for (int i = 0; i < 9; ++i) buf[i] = static_cast<uint16_t>(100 + i);
+    for (int i = 0; i < 9; ++i)
+        buf[i] = static_cast<uint16_t>(100 + i);
     EXPECT_EQ(fillRowStride(0, 3, 0, 16, 3, 4, buf.data(), buf.data()), 3);
     const uint16_t widened[12] = {100, 101, 102, 0, 103, 104, 105, 0, 106, 107, 108, 0};
     EXPECT_EQ(0, std::memcmp(buf.data(), widened, sizeof widened));

@@ -32,7 +32,8 @@ TEST(ParameterBlock, DefaultsOfEveryMethod) {
     expect_block(11, 0, {{2, 70}});
     expect_block(12, 0, {{8, 2}, {9, 1}});
     expect_block(15, 0, {{8, 2}, {9, 1}});
-    for (int m : {-1, 0, 2, 4, 5, 6, 7, 8, 9, 13, 14, 16, 100}) expect_block(m, 0, {});
+    for (int m : {-1, 0, 2, 4, 5, 6, 7, 8, 9, 13, 14, 16, 100})
+        expect_block(m, 0, {});
 }
 
 TEST(ParameterBlock, LayerBlocksFollowAtAStrideOfSixty) {
@@ -47,7 +48,8 @@ TEST(Sliders, GammaShapedThresholdScale) {
     EXPECT_EQ(param2slider(0.0f, 2.0), 0);
     EXPECT_EQ(param2slider(100000.0f, 1.0), 50);
     EXPECT_EQ(param2slider(400000.0f, 1.0), 200) << "no clamp above the range";
-    for (double g : {0.25, 0.5, 1.0, 3.0}) EXPECT_EQ(slider2param(100, g), 200000);
+    for (double g : {0.25, 0.5, 1.0, 3.0})
+        EXPECT_EQ(slider2param(100, g), 200000);
     EXPECT_EQ(slider2param(50, 2.0), 50000);
     EXPECT_EQ(slider2param(0, 1.0), 0);
     // Both raise to their gamma, so a host pairs g with 1/g: positions then survive a

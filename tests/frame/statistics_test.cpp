@@ -40,7 +40,8 @@ TEST(Percentile, FirstBinPastTheTruncatedShareOrBinsWhenNone) {
 
 TEST(Percentile, VerifiedCountLandsBetweenBins15And235AndAlwaysReturns) {
     std::vector<unsigned> hist(512, 0);
-    for (int i = 256; i < 512; ++i) hist[i] = 10;
+    for (int i = 256; i < 512; ++i)
+        hist[i] = 10;
     const int down = verifPercentile(hist.data(), 1, 2400); // starts at bin 240
     EXPECT_TRUE(down >= 150 && down < 2360) << down;
     EXPECT_EQ(verifPercentile(hist.data(), 1, 1000), 1000);
@@ -73,11 +74,14 @@ TEST(Percentile, AdjustmentRoundsAreCountedAcrossCalls) {
 TEST(LogStatistics, SmallFloatImageSamplesEveryPixel) {
     // 10x10 floats whose luminances are e^0, e^0.1, ... e^9.9.
     std::vector<float> img(300);
-    for (int i = 0; i < 100; ++i) img[3 * i] = img[3 * i + 1] = img[3 * i + 2] = std::exp(i * 0.1f);
+    for (int i = 0; i < 100; ++i)
+        img[3 * i] = img[3 * i + 1] = img[3 * i + 2] = std::exp(i * 0.1f);
     float stats[6] = {32.0f, 3.0f, 0, 0, 0, 0};
-    EXPECT_EQ(logMinMaxMoy(10, 10, nullptr, reinterpret_cast<unsigned char *>(img.data()), stats), 10);
+    EXPECT_EQ(logMinMaxMoy(10, 10, nullptr, reinterpret_cast<unsigned char *>(img.data()), stats),
+              10);
     const float want[6] = {0.0f, 9.9f, 4.95f, 5.0f, 9.9f, 3.3f};
-    for (int i = 0; i < 6; ++i) EXPECT_NEAR(stats[i], want[i], 0.01) << "stat " << i;
+    for (int i = 0; i < 6; ++i)
+        EXPECT_NEAR(stats[i], want[i], 0.01) << "stat " << i;
 }
 
 TEST(LogStatistics, DarkEmptyAndSkippedPixels) {
@@ -128,7 +132,8 @@ TEST(RangeFinder, ExtremeExponentsCountInTheMeanButNotTheRange) {
 
 TEST(HistogramInfo, FractionsOutsideTheirBoundsFallBackToDefaults) {
     std::vector<int> hist(65536, 0);
-    for (int i = 0; i < 1000; ++i) hist[i] = 1;
+    for (int i = 0; i < 1000; ++i)
+        hist[i] = 1;
     float range[2] = {1.0f, 65536.0f};
     const double b = std::log(65536.0) / 65536.0;
     auto level = [&](int bin) { return static_cast<float>(std::exp(b * bin)); };
@@ -159,7 +164,8 @@ TEST(HistogramInfo, DeepDarksAreIgnored) {
     float range[2] = {1e-6f, 1.0f};
     const double b = -std::log(1e-6) / 65536.0;
     const int k0 = static_cast<int>((-9.210340397238308 - std::log(1e-6f)) / b);
-    for (int i = 0; i < 100; ++i) hist[i] = 50; // all darker than 0.0001
+    for (int i = 0; i < 100; ++i)
+        hist[i] = 50; // all darker than 0.0001
     hist[k0 + 10] = 10;
     float info[10] = {};
     EXPECT_EQ(hist32info(range, 0, hist.data(), info), k0 + 10);

@@ -44,7 +44,8 @@ Bands divide(int start, int end, int threads, std::vector<Seen> *out = nullptr) 
     Ctx ctx{{-1, -1, -1, -1}, &lock, &seen, pthread_self(), 42};
     DivideWork(start, end, threads, record_band, &ctx, sizeof ctx);
     EXPECT_EQ(ctx.w.threadIndex, -1) << "the caller's record is never written";
-    std::sort(seen.begin(), seen.end(), [](const Seen &a, const Seen &b) { return a.index < b.index; });
+    std::sort(seen.begin(), seen.end(),
+              [](const Seen &a, const Seen &b) { return a.index < b.index; });
     Bands bands;
     for (const Seen &s : seen) {
         bands.emplace_back(s.start, s.end);
@@ -57,7 +58,8 @@ Bands divide(int start, int end, int threads, std::vector<Seen> *out = nullptr) 
 TEST(DivideWork, EqualChunksWithTheRemainderInTheLastBand) {
     EXPECT_EQ(divide(0, 10, 3), (Bands{{0, 3}, {3, 6}, {6, 10}}));
     EXPECT_EQ(divide(5, 12, 2), (Bands{{5, 8}, {8, 12}}));
-    EXPECT_EQ(divide(0, 3, 8), (Bands{{0, 1}, {1, 2}, {2, 3}})) << "one row each past the row count";
+    EXPECT_EQ(divide(0, 3, 8), (Bands{{0, 1}, {1, 2}, {2, 3}}))
+        << "one row each past the row count";
     std::vector<Seen> seen;
     EXPECT_EQ(divide(2, 9, 1, &seen), (Bands{{2, 9}}));
     EXPECT_TRUE(seen[0].on_caller) << "one thread runs on the caller";
@@ -71,7 +73,9 @@ int refuse_every_other(pthread_t *t, const pthread_attr_t *a, void *(*body)(void
     return pthread_create(t, a, body, arg);
 }
 
-int refuse_all(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) { return EAGAIN; }
+int refuse_all(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) {
+    return EAGAIN;
+}
 
 struct ThreadHookReset {
     ~ThreadHookReset() { lv_set_thread_create(nullptr); }
@@ -82,7 +86,8 @@ TEST(DivideWork, AThreadThatCannotStartRunsItsBandOnTheCaller) {
     lv_set_thread_create(refuse_all);
     std::vector<Seen> seen;
     EXPECT_EQ(divide(0, 10, 3, &seen), (Bands{{0, 3}, {3, 6}, {6, 10}}));
-    for (const Seen &s : seen) EXPECT_TRUE(s.on_caller);
+    for (const Seen &s : seen)
+        EXPECT_TRUE(s.on_caller);
     lv_set_thread_create(refuse_every_other);
     EXPECT_EQ(divide(0, 40, 4), (Bands{{0, 10}, {10, 20}, {20, 30}, {30, 40}}));
 }

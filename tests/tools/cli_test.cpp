@@ -31,15 +31,16 @@ std::vector<std::string> write_bracket(const std::string &dir, int w, int h) {
 
 std::string join(const std::vector<std::string> &paths) {
     std::string s;
-    for (const auto &p : paths) s += " '" + p + "'";
+    for (const auto &p : paths)
+        s += " '" + p + "'";
     return s;
 }
 
 void expect_one_line_failure(const RunResult &r, int code, const std::string &names) {
     EXPECT_EQ(r.exit_code, code) << r.err;
     EXPECT_EQ(line_count(r.err), 1) << r.err;
-    EXPECT_NE(r.err.find(names), std::string::npos) << "error should name " << names << ": "
-                                                     << r.err;
+    EXPECT_NE(r.err.find(names), std::string::npos)
+        << "error should name " << names << ": " << r.err;
 }
 
 } // namespace
@@ -72,8 +73,8 @@ TEST(CommandLine, WrongUsageExitsTwoWithOneLine) {
 }
 
 TEST(CommandLine, EveryCommandHasHelpOnStdout) {
-    for (const char *cmd : {"--help", "merge --help", "tonemap --help", "info --help",
-                            "demo --help"}) {
+    for (const char *cmd :
+         {"--help", "merge --help", "tonemap --help", "info --help", "demo --help"}) {
         const RunResult r = run_lvhdr(cmd);
         EXPECT_EQ(r.exit_code, 0) << cmd;
         EXPECT_NE(r.out.find("usage: lvhdr"), std::string::npos) << cmd;
@@ -105,8 +106,7 @@ TEST(CommandLine, BadBracketFilesFailNamingTheFileAndWriteNothing) {
         SCOPED_TRACE(bad);
         std::vector<std::string> paths = good;
         paths[3] = dir + "/" + bad;
-        expect_one_line_failure(run_lvhdr("merge -o '" + dir + "/out.hdr'" + join(paths)), 1,
-                                bad);
+        expect_one_line_failure(run_lvhdr("merge -o '" + dir + "/out.hdr'" + join(paths)), 1, bad);
         EXPECT_FALSE(file_exists(dir + "/out.hdr"));
         EXPECT_EQ(count_entries(dir), before) << "a partial or temporary file was left";
     }
@@ -136,8 +136,8 @@ TEST(CommandLine, MergeThenTonemapRoundTrip) {
     for (const char *out : {"scene.png", "scene.jpg", "scene16.tif"}) {
         SCOPED_TRACE(out);
         const bool deep = std::string(out) == "scene16.tif";
-        r = run_lvhdr(std::string("tonemap ") + (deep ? "--bits 16 " : "") +
-                      "--saturation 2 -o '" + dir + "/" + out + "' '" + hdr + "'");
+        r = run_lvhdr(std::string("tonemap ") + (deep ? "--bits 16 " : "") + "--saturation 2 -o '" +
+                      dir + "/" + out + "' '" + hdr + "'");
         ASSERT_EQ(r.exit_code, 0) << r.err;
         Image pic;
         ASSERT_TRUE(read_image(dir + "/" + out, pic, err)) << err;

@@ -24,7 +24,8 @@ Image noise_image(int w, int h, int bits, uint32_t seed) {
     im.bits = bits;
     im.pixels.resize(im.bytes());
     std::mt19937 rng(seed);
-    for (auto &b : im.pixels) b = uint8_t(rng());
+    for (auto &b : im.pixels)
+        b = uint8_t(rng());
     return im;
 }
 
@@ -40,12 +41,14 @@ TEST(PictureFiles, OrientationTurnsTheStoredPixelsUpright) {
     stored.width = 3;
     stored.height = 2;
     stored.pixels.assign(stored.bytes(), 0);
-    for (int i = 0; i < 6; ++i) stored.pixels[size_t(3 * i)] = uint8_t(i);
+    for (int i = 0; i < 6; ++i)
+        stored.pixels[size_t(3 * i)] = uint8_t(i);
     auto upright = [&](int orientation) {
         Image im = stored;
         turn_upright(im, orientation);
         std::vector<int> reds;
-        for (size_t i = 0; i < im.pixels.size(); i += 3) reds.push_back(im.pixels[i]);
+        for (size_t i = 0; i < im.pixels.size(); i += 3)
+            reds.push_back(im.pixels[i]);
         return std::make_pair(im.width, reds);
     };
     using Want = std::pair<int, std::vector<int>>;
@@ -86,7 +89,8 @@ TEST(PictureFiles, JpegRoundTripStaysCloseOnSmoothContent) {
     in.pixels.resize(in.bytes());
     for (int y = 0; y < 48; ++y)
         for (int x = 0; x < 64; ++x)
-            for (int c = 0; c < 3; ++c) in.pixels[3 * (y * 64 + x) + c] = uint8_t(x * 2 + y + c * 20);
+            for (int c = 0; c < 3; ++c)
+                in.pixels[3 * (y * 64 + x) + c] = uint8_t(x * 2 + y + c * 20);
     std::string err;
     ASSERT_TRUE(write_image(dir + "/smooth.jpg", in, err)) << err;
     Image out;

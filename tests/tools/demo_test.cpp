@@ -26,19 +26,22 @@ const Fixture &demo() {
 Bracket bracket_of(const std::vector<Image> &frames) {
     Bracket b;
     std::string err;
-    for (const Image &f : frames) EXPECT_TRUE(b.add(f, err)) << err;
+    for (const Image &f : frames)
+        EXPECT_TRUE(b.add(f, err)) << err;
     return b;
 }
 
 double fraction_at(const Image &im, uint8_t level) {
     size_t n = 0;
-    for (uint8_t v : im.pixels) n += v == level;
+    for (uint8_t v : im.pixels)
+        n += v == level;
     return double(n) / im.pixels.size();
 }
 
 double fraction_below(const Image &im, uint8_t level) {
     size_t n = 0;
-    for (uint8_t v : im.pixels) n += v < level;
+    for (uint8_t v : im.pixels)
+        n += v < level;
     return double(n) / im.pixels.size();
 }
 
@@ -61,7 +64,8 @@ TEST(SyntheticBracket, SpansAtLeastFourteenStopsInFiveFramesTwoStopsApart) {
 TEST(SyntheticBracket, IsRepeatable) {
     const Fixture &d = demo();
     const std::vector<Image> again = photograph(d.scene, d.exposures, Camera{});
-    for (size_t i = 0; i < again.size(); ++i) EXPECT_EQ(again[i].pixels, d.frames[i].pixels);
+    for (size_t i = 0; i < again.size(); ++i)
+        EXPECT_EQ(again[i].pixels, d.frames[i].pixels);
 }
 
 // Bound on the median relative error with the true exposures: 3%. One code of noise at
@@ -101,13 +105,14 @@ TEST(SyntheticBracket, ExposuresDerivedFromTheImagesRiseWithTheFrames) {
     HdrImage hdr;
     float stats[3];
     std::string err;
-    ASSERT_TRUE(merge_bracket(bracket_of(d.frames), ExposureSource::derived, 0, derived, hdr,
-                              stats, err))
+    ASSERT_TRUE(
+        merge_bracket(bracket_of(d.frames), ExposureSource::derived, 0, derived, hdr, stats, err))
         << err;
     ASSERT_EQ(derived.size(), 5u);
     // The two brightest frames are mostly clipped and may measure alike, so only the
     // order and the overall spread are held.
-    for (size_t i = 1; i < derived.size(); ++i) EXPECT_GE(derived[i], derived[i - 1]);
+    for (size_t i = 1; i < derived.size(); ++i)
+        EXPECT_GE(derived[i], derived[i - 1]);
     EXPECT_GT(std::log2(derived.back() / derived.front()), 4.0);
 }
 

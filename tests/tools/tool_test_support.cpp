@@ -28,10 +28,10 @@ RunResult run_lvhdr(const std::string &args) {
 #ifdef LVHDR_EXE
     // Test programs run in parallel under ctest: each run captures into its own files.
     static int serial = 0;
-    const std::string base = std::string(LV_BINARY_DIR) + "/lvhdr-run-" +
-                             std::to_string(getpid()) + "-" + std::to_string(++serial);
-    const std::string cmd = std::string(LVHDR_EXE) + " " + args + " >" + base + ".out 2>" +
-                            base + ".err </dev/null";
+    const std::string base = std::string(LV_BINARY_DIR) + "/lvhdr-run-" + std::to_string(getpid()) +
+                             "-" + std::to_string(++serial);
+    const std::string cmd =
+        std::string(LVHDR_EXE) + " " + args + " >" + base + ".out 2>" + base + ".err </dev/null";
     RunResult r;
     const int status = std::system(cmd.c_str());
     r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -73,7 +73,8 @@ int count_entries(const std::string &dir) {
 
 int line_count(const std::string &text) {
     int n = 0;
-    for (char c : text) n += c == '\n';
+    for (char c : text)
+        n += c == '\n';
     if (!text.empty() && text.back() != '\n') ++n;
     return n;
 }
