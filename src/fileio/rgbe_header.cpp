@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include "fileio/rgbe_internal.h"
+#include "frame/rational.h"
 
 static_assert(sizeof(MetadataBuf) == 176, "MetadataBuf is shared with hosts: 23 ints, 84 bytes");
 static_assert(sizeof(ImageFileInfo) == 48, "ImageFileInfo is twelve int32 slots");
@@ -28,25 +29,6 @@ namespace {
 // profileLength set and the file names none.
 constexpr float kDefaultPrimaries[8] = {0.648431f, 0.330856f, 0.321152f, 0.597871f,
                                         0.155886f, 0.066044f, 0.3101f,   0.3162f};
-
-// trunc(x) kept inside the int range, for ratios read from a file.
-int32_t clamp_trunc(double x) {
-    if (!(x > INT32_MIN)) return INT32_MIN;
-    if (x >= static_cast<double>(INT32_MAX)) return INT32_MAX;
-    return static_cast<int32_t>(x);
-}
-
-// A value v in seconds, f-stops or millimetres as a fraction over 100: v >= 1 gives
-// trunc(100 v) / 100, 0 < v < 1 gives 100 / trunc(100 / v). Otherwise nothing changes.
-void set_ratio(float v, int32_t *num, int32_t *den) {
-    if (v >= 1.0f) {
-        *num = clamp_trunc(100.0 * static_cast<double>(v));
-        *den = 100;
-    } else if (v > 0.0f) {
-        *den = clamp_trunc(100.0 / static_cast<double>(v));
-        *num = 100;
-    }
-}
 
 // Copies the value after a prefix, up to its line feed, into a working copy that carries
 // over between lines, then into the field. An empty value leaves the field alone.
@@ -127,12 +109,13 @@ extern "C" LV_API int extract_rgbe_exif(const char *path, MetadataBuf *meta) {
         }
         float v;
         int iso;
-        if (sscanf(text, "SHUTTER=%f", &v) == 1) set_ratio(v, &meta->shutterNum, &meta->shutterDen);
+        if (sscanf(text, "SHUTTER=%f", &v) == 1)
+            lv::to_rational(v, &meta->shutterNum, &meta->shutterDen);
         if (sscanf(text, "APERTURE=%f", &v) == 1)
-            set_ratio(v, &meta->apertureNum, &meta->apertureDen);
+            lv::to_rational(v, &meta->apertureNum, &meta->apertureDen);
         if (sscanf(text, "ISO=%d", &iso) == 1) meta->iso = iso;
         if (sscanf(text, "FOCAL_LENGTH=%f", &v) == 1)
-            set_ratio(v, &meta->focalNum, &meta->focalDen);
+            lv::to_rational(v, &meta->focalNum, &meta->focalDen);
     });
     return lines < 0 ? -1 : lines;
 }

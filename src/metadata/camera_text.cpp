@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "metadata/saturate.h"
+#include "frame/rational.h"
 
 namespace {
 

@@ -174,13 +174,18 @@ TEST(RgbeHeader, MetadataLinesWrittenAndReadInTheFilesDialect) {
     EXPECT_EQ(extract_rgbe_exif(path.c_str(), &got), 14);
     EXPECT_EQ(rgbe_dim(path.c_str(), primaries, &info), 14);
     EXPECT_EQ(std::string(got.camera) + "|" + got.captureDate, "Camera One|2024:01:02 03:04:05");
-    // 1.8 as a float is just below, and 100 times it truncates; the 35 mm focal length and
-    // the resolution unit are written, never read back.
+    // f/1.8 reads back as 180/100 though a float holds 1.8 a hair below; the 35 mm focal
+    // length and the resolution unit are written, never read back.
     EXPECT_EQ((Ints{got.colorProfile, got.shutterNum, got.shutterDen, got.apertureNum, got.iso,
                     got.focal35mm, got.focalPlaneResUnit}),
-              (Ints{0, 200, 100, 179, 1000, 0, 0}));
+              (Ints{0, 200, 100, 180, 1000, 0, 0}));
     EXPECT_EQ((Ints{info.width, info.height, info.slot2}), (Ints{3, 2, int32_t(file.size())}));
     EXPECT_EQ(primaries[0] + primaries[7], 0.0f); // no PRIMARIES= line, slot empty on entry
+
+    meta.shutterNum = 100, meta.shutterDen = 25000; // 1/250 s survives the round trip
+    ASSERT_EQ(lv_io_rgbe_write(path.c_str(), 3, 2, &meta, 0, "", test_image(3, 2, 1).data()), 2);
+    EXPECT_EQ(extract_rgbe_exif(path.c_str(), &got), 13);
+    EXPECT_EQ((Ints{got.shutterNum, got.shutterDen}), (Ints{100, 25000}));
 
     write_file(path, "#?RADIANCE\nCAMERA=Long camera name\nCAMERA=Short\nSHUTTER=0.000000\n"
                      "ICC_PROFILE=ProPhoto RGB\nAPERTURE=0.25\n"
