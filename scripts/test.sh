@@ -1,13 +1,20 @@
 #!/usr/bin/env bash
 # Builds and runs every test: an optimised build, then a build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (with clang, which also builds the fuzz targets and runs each
-# for a short fixed time), then the install check of an outside project.
+# for a fixed number of runs from a fixed seed). The optimised build includes the install
+# check of an outside project.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
 
 jobs=$(nproc 2>/dev/null || echo 2)
-fuzz_seconds=${LV_FUZZ_SECONDS:-20}
+# Fuzzing in the test command is repeatable: a fixed seed and a fixed number of runs per
+# target. Set LV_FUZZ_SECONDS for a longer, randomly seeded search.
+if [ -n "${LV_FUZZ_SECONDS:-}" ]; then
+  fuzz_budget=(-max_total_time="$LV_FUZZ_SECONDS")
+else
+  fuzz_budget=(-seed=1 -runs="${LV_FUZZ_RUNS:-60000}")
+fi
 
 echo "== optimised build"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
@@ -27,15 +34,16 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 shopt -s nullglob
 fuzzers=(build-san/tests/fuzz/fuzz_*)
 if [ ${#fuzzers[@]} -gt 0 ]; then
-  echo "== fuzzing, ${fuzz_seconds}s per target"
+  echo "== fuzzing: ${fuzz_budget[*]} per target"
   for f in "${fuzzers[@]}"; do
     [ -x "$f" ] || continue
     name=$(basename "$f")
     corpus="build-san/fuzz-corpus/$name"
+    rm -rf "$corpus"
     mkdir -p "$corpus"
     seeds="tests/fuzz/seeds/${name#fuzz_}"
     [ -d "$seeds" ] || seeds=""
-    "$f" -max_total_time="$fuzz_seconds" -max_len=65536 -rss_limit_mb=2048 -print_final_stats=0 \
+    "$f" "${fuzz_budget[@]}" -max_len=65536 -rss_limit_mb=2048 -timeout=10 \
       "$corpus" $seeds 2>&1 | tail -n 2
   done
 fi

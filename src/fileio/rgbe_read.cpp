@@ -1,5 +1,6 @@
 // Radiance readers: the whole image into the caller's planar buffer, a nearest-sampled
 // preview, and the decoding of one pixel to floats.
+#include <algorithm>
 #include <cstring>
 #include <sys/types.h>
 
@@ -113,7 +114,10 @@ extern "C" LV_API int lv_io_read_preview_rgbe(int width, int height, int preview
     const float ys = static_cast<float>(height) / static_cast<float>(previewHeight);
     const size_t outRow = 4 * static_cast<size_t>(previewWidth);
     lv::ByteSource src(f.get());
-    auto quads = lv::alloc_array<uint8_t>(rle ? 1 : 4 * static_cast<size_t>(width));
+    // Flat rows stream through a fixed chunk, so a huge width in the file never sizes an
+    // allocation: the sampled columns rise with the preview column and are picked on the way.
+    constexpr size_t kChunkPixels = 16384;
+    auto quads = lv::alloc_array<uint8_t>(rle ? 1 : 4 * kChunkPixels);
     if (!quads) return -4;
 
     int next = 0, k = 0;
@@ -121,14 +125,16 @@ extern "C" LV_API int lv_io_read_preview_rgbe(int width, int height, int preview
         const bool keep = y == next;
         uint8_t *out = pixels + outRow * k;
         if (!rle) {
-            const size_t rowBytes = 4 * static_cast<size_t>(width);
-            if (src.read(quads.get(), rowBytes) != rowBytes) return -1;
-            if (keep) {
-                for (int i = 0; i < previewWidth; ++i) {
+            int i = 0; // next preview column
+            for (size_t first = 0; first < static_cast<size_t>(width); first += kChunkPixels) {
+                const size_t n = std::min(kChunkPixels, static_cast<size_t>(width) - first);
+                if (src.read(quads.get(), 4 * n) != 4 * n) return -1;
+                for (; keep && i < previewWidth; ++i) {
                     int col = static_cast<int>(xs * static_cast<float>(i));
                     if (col > width - 1) col = width - 1;
+                    if (static_cast<size_t>(col) >= first + n) break;
                     for (int p = 0; p < 4; ++p)
-                        out[p * previewWidth + i] = quads[4 * col + p];
+                        out[p * previewWidth + i] = quads[4 * (col - first) + p];
                 }
             }
         } else {
