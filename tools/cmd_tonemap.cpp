@@ -22,7 +22,7 @@ const char *tonemap_help =
     "  --brightness B         brighter for positive values\n"
     "  --compression C        more contrast compression for positive values\n"
     "  --saturation S         more colour for positive values\n"
-    "  --temperature T        warmer for negative values, cooler for positive (260 K a step)\n"
+    "  --temperature T        warmer for positive values, cooler for negative (260 K a step)\n"
     "  --bits 8|16            sample depth of the output (16 needs .png or .tif)\n"
     "  --timings              print how long each step took\n"
     "  -h, --help             show this help\n";
