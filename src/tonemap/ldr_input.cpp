@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "fileio/rgbe_pixel.h"
 #include "lumivantor/tonemap.h"
 
 namespace {
@@ -16,19 +17,15 @@ inline Slots slots_of(int spp, int swap) {
     return {swap ? spp - 1 : 0, (spp - 1) / 2, swap ? 0 : spp - 1};
 }
 
-// Writes one RGBE pixel of a planar row; a pixel with no positive sample is all zero.
+// Writes one RGBE pixel of a planar row through the library's one RGBE construction; a
+// pixel with no positive sample is all zero.
 inline void put_rgbe(unsigned char *row, int width, int x, float r, float g, float b) {
-    const float top = std::max(std::max(r, g), b);
+    const float top = lv::max3(r, g, b);
     if (!(top > 0.0f)) {
         row[x] = row[width + x] = row[2 * width + x] = row[3 * width + x] = 0;
         return;
     }
-    int e;
-    const float mant = std::frexp(top, &e);
-    const float factor = mant * 256.0f / top;
-    row[x] = static_cast<unsigned char>(static_cast<int>(r * factor));
-    row[width + x] = static_cast<unsigned char>(static_cast<int>(g * factor));
-    row[2 * width + x] = static_cast<unsigned char>(static_cast<int>(b * factor));
+    const int e = lv::rgbe_mantissas(r, g, b, top, &row[x], &row[width + x], &row[2 * width + x]);
     row[3 * width + x] = static_cast<unsigned char>(e + 128);
 }
 
