@@ -4,6 +4,7 @@
 #include "exif_walk.h"
 #include "progress_bar.h"
 
+#include <array>
 #include <lumivantor/lumivantor.h>
 
 #include <cmath>
@@ -160,11 +161,13 @@ bool tonemap_simple(HdrImage &image, const ToneSettings &settings, int bits, Ima
 }
 
 void rgbe_pixel(const HdrImage &image, int x, int y, float rgb[3]) {
-    const uint8_t *row = image.rgbe.data() + size_t(4) * image.width * y;
-    const int e = row[3 * image.width + x];
-    const float scale = e ? std::ldexp(1.0f, e - 136) : 0.0f;
-    for (int c = 0; c < 3; ++c)
-        rgb[c] = row[c * image.width + x] * scale;
+    static const std::array<float, 256> table = [] {
+        std::array<float, 256> t{};
+        exp_lut_old(t.data());
+        return t;
+    }();
+    const int w = image.width;
+    rgbe2float(image.rgbe.data() + size_t(4) * w * y, table.data(), w, 2 * w, 3 * w, x, rgb);
 }
 
 } // namespace lvhdr
