@@ -75,40 +75,17 @@ void turn_upright(Image &image, int orientation) {
     if (orientation < 2 || orientation > 8) return;
     const int w = image.width, h = image.height;
     const size_t px = size_t(3) * (image.bits / 8);
-    const bool swap_axes = orientation >= 5;
-    const int ow = swap_axes ? h : w, oh = swap_axes ? w : h;
+    // Each orientation reads the stored image transposed or not, then mirrored across
+    // either axis: {transpose, mirror columns, mirror rows} for orientations 1 to 8.
+    static constexpr bool kTurn[9][3] = {{},        {0, 0, 0}, {0, 1, 0}, {0, 1, 1}, {0, 0, 1},
+                                         {1, 0, 0}, {1, 0, 1}, {1, 1, 1}, {1, 1, 0}};
+    const bool *t = kTurn[orientation];
+    const int ow = t[0] ? h : w, oh = t[0] ? w : h;
     std::vector<uint8_t> out(image.pixels.size());
     for (int y = 0; y < oh; ++y) {
         for (int x = 0; x < ow; ++x) {
-            int sx = x, sy = y; // where the upright pixel (x, y) is stored
-            switch (orientation) {
-            case 2:
-                sx = w - 1 - x;
-                break;
-            case 3:
-                sx = w - 1 - x;
-                sy = h - 1 - y;
-                break;
-            case 4:
-                sy = h - 1 - y;
-                break;
-            case 5:
-                sx = y;
-                sy = x;
-                break;
-            case 6:
-                sx = y;
-                sy = h - 1 - x;
-                break;
-            case 7:
-                sx = w - 1 - y;
-                sy = h - 1 - x;
-                break;
-            case 8:
-                sx = w - 1 - y;
-                sy = x;
-                break;
-            }
+            const int u = t[0] ? y : x, v = t[0] ? x : y; // where the upright pixel is stored
+            const int sx = t[1] ? w - 1 - u : u, sy = t[2] ? h - 1 - v : v;
             std::memcpy(&out[(size_t(y) * ow + x) * px], &image.pixels[(size_t(sy) * w + sx) * px],
                         px);
         }
