@@ -215,50 +215,77 @@ int fp2rgbe(const char *path, const ImageFileInfo *info, float *minOut, float *m
         static_cast<uint64_t>(colours > 0 ? colours - 1 - at_b : 0) * value_bytes + (alpha ? 4 : 0);
     const bool little = order == lv::kTiffLittle;
 
-    SampleReader src(f.get());
-    if (!src.ok()) return -4;
     float mn = 1e11f, mx = 0.0f;
     double sum = 0.0;
-    bool more = true;
-    for (int y = 0; y < height; ++y) {
-        uint8_t *row = pixels + static_cast<size_t>(y) * 4 * (width > 0 ? width : 0);
-        for (int x = 0; x < width; ++x) {
-            uint8_t raw[12] = {};
-            if (more && contiguous) {
-                more = src.take(raw, wanted * value_bytes);
-            } else if (more) {
-                int pos = 0;
-                for (int k = 0; k < 3 && more; ++k) {
-                    if (k > 0 && place[k] == place[k - 1]) {
-                        std::memcpy(raw + k * value_bytes, raw + (k - 1) * value_bytes,
-                                    value_bytes);
-                        continue;
+    auto account = [&](uint8_t *row, int x, float r, float g, float b) {
+        const float lum = 0.3f * r + 0.6f * g + 0.1f * b;
+        if (lum != 0.0f && lum < mn) mn = lum;
+        if (lum > mx) mx = lum;
+        sum += lum;
+        lv::put_rgbe(row, width, x, r, g, b);
+    };
+
+    if (!half && colours == 3 && width > 0) {
+        // The common file: three 32-bit floats a pixel, perhaps with alpha. Rows are read
+        // whole and decoded in place; bytes past the end of the file read as zero.
+        const size_t step = alpha ? 16 : 12, row_bytes = step * static_cast<size_t>(width);
+        auto raw = lv::alloc_array<uint8_t>(row_bytes);
+        if (!raw) return -4;
+        bool more = true;
+        for (int y = 0; y < height; ++y) {
+            const size_t got = more ? fread(raw.get(), 1, row_bytes, f.get()) : 0;
+            if (got < row_bytes) {
+                std::memset(raw.get() + got, 0, row_bytes - got);
+                more = false;
+            }
+            uint8_t *row = pixels + static_cast<size_t>(y) * 4 * width;
+            const uint8_t *p = raw.get();
+            for (int x = 0; x < width; ++x, p += step) {
+                const uint32_t r = little ? lv::load_le32(p) : lv::load_be32(p);
+                const uint32_t g = little ? lv::load_le32(p + 4) : lv::load_be32(p + 4);
+                const uint32_t b = little ? lv::load_le32(p + 8) : lv::load_be32(p + 8);
+                account(row, x, lv::float_bias128(r), lv::float_bias128(g), lv::float_bias128(b));
+            }
+        }
+    } else {
+        SampleReader src(f.get());
+        if (!src.ok()) return -4;
+        bool more = true;
+        for (int y = 0; y < height; ++y) {
+            uint8_t *row = pixels + static_cast<size_t>(y) * 4 * (width > 0 ? width : 0);
+            for (int x = 0; x < width; ++x) {
+                uint8_t raw[12] = {};
+                if (more && contiguous) {
+                    more = src.take(raw, wanted * value_bytes);
+                } else if (more) {
+                    int pos = 0;
+                    for (int k = 0; k < 3 && more; ++k) {
+                        if (k > 0 && place[k] == place[k - 1]) {
+                            std::memcpy(raw + k * value_bytes, raw + (k - 1) * value_bytes,
+                                        value_bytes);
+                            continue;
+                        }
+                        more = src.skip(static_cast<uint64_t>(place[k] - pos) * value_bytes) &&
+                               src.take(raw + k * value_bytes, value_bytes);
+                        pos = place[k] + 1;
                     }
-                    more = src.skip(static_cast<uint64_t>(place[k] - pos) * value_bytes) &&
-                           src.take(raw + k * value_bytes, value_bytes);
-                    pos = place[k] + 1;
                 }
-            }
-            if (more && tail) more = src.skip(tail);
-            float v[3];
-            for (int k = 0; k < 3; ++k) {
-                // With fewer than three colour samples, the last one read stands in.
-                const int slot = contiguous ? (place[k] < wanted ? place[k] : 0) : k;
-                const uint8_t *p = raw + slot * value_bytes;
-                if (half) {
-                    uint16_t h;
-                    std::memcpy(&h, p, 2); // machine order, whatever the mark says
-                    v[k] = halfToFloat(h);
-                } else {
-                    v[k] = lv::float_bias128(little ? lv::load_le32(p) : lv::load_be32(p));
+                if (more && tail) more = src.skip(tail);
+                float v[3];
+                for (int k = 0; k < 3; ++k) {
+                    // With fewer than three colour samples, the last one read stands in.
+                    const int slot = contiguous ? (place[k] < wanted ? place[k] : 0) : k;
+                    const uint8_t *p = raw + slot * value_bytes;
+                    if (half) {
+                        uint16_t h;
+                        std::memcpy(&h, p, 2); // machine order, whatever the mark says
+                        v[k] = halfToFloat(h);
+                    } else {
+                        v[k] = lv::float_bias128(little ? lv::load_le32(p) : lv::load_be32(p));
+                    }
                 }
+                account(row, x, v[0], v[1], v[2]);
             }
-            const float r = v[0], g = v[1], b = v[2];
-            const float lum = 0.3f * r + 0.6f * g + 0.1f * b;
-            if (lum != 0.0f && lum < mn) mn = lum;
-            if (lum > mx) mx = lum;
-            sum += lum;
-            lv::put_rgbe(row, width, x, r, g, b);
         }
     }
     *minOut = mn * 256.0f;

@@ -86,7 +86,7 @@ void write_libtiff(const std::string &path, const FloatImage &im, const Layout &
 // An uncompressed 8-bit RGB PSD of one image.
 void write_psd(const std::string &path, const Image &im) {
     std::string b = "8BPS";
-    auto be = [&](uint32_t v, int n) {
+    auto be = [&](uint64_t v, int n) {
         for (int i = n - 1; i >= 0; --i)
             b += char(v >> (8 * i));
     };
