@@ -89,7 +89,12 @@ def read_ours_back(lib, path, h, w):
     return rc, info, lv.to_float(read_tiff(lib, path, info)) * 2
 
 
-def tifffile_peer(lib, tmp):
+def planes_first(img, kw):
+    """tifffile takes separate planes as an array of planes."""
+    return img.transpose(2, 0, 1) if kw.get("planarconfig") == "separate" else img
+
+
+def tifffile_peer(lib, tmp, lvhdr):
     try:
         import tifffile
     except ImportError:
@@ -122,7 +127,7 @@ def tifffile_peer(lib, tmp):
              "strips": dict(rowsperstrip=2), "tiles": dict(tile=(16, 16))}
     for name, kw in forms.items():
         path = os.path.join(tmp, f"form_{name}.tif")
-        tifffile.imwrite(path, src, photometric="rgb", **kw)
+        tifffile.imwrite(path, planes_first(src, kw), photometric="rgb", **kw)
         rc, info = tiff_info(lib, path)
         want = {"zlib": info[11] == 8, "planar": info[9] == 2, "strips": info[7] == 2,
                 "tiles": info[5] == 0}[name]
@@ -131,6 +136,16 @@ def tifffile_peer(lib, tmp):
     tifffile.imwrite(path, (src * 100).astype(np.uint16), photometric="rgb")
     rc, info = tiff_info(lib, path)
     ok &= check(rc == 2 and info[2] == 16, "an integer file has 16 bits a sample")
+    # lvhdr reads all of those float layouts, and half floats, through libtiff.
+    lv.need(lvhdr, "lvhdr is not built")
+    for name, kw in [*forms.items(), ("big-endian tiles", dict(byteorder=">", tile=(16, 16))),
+                     ("half", dict(dtype=np.float16, compression="zlib"))]:
+        path, back = os.path.join(tmp, "user.tif"), os.path.join(tmp, "user.hdr")
+        data = src.astype(kw.pop("dtype", np.float32))
+        tifffile.imwrite(path, planes_first(data, kw), photometric="rgb", **kw)
+        subprocess.run([lvhdr, "convert", path, back], check=True, capture_output=True)
+        ok &= lv.close(lv.to_float(lv.read(lib, back)), data.astype(np.float32),
+                       f"lvhdr reads a {name} float TIFF")
     return ok
 
 
@@ -331,7 +346,7 @@ def exr_peer(lib, tmp, lvhdr):
         import cv2
     except ImportError:
         lv.need(False, "python3-opencv is not installed")
-    lv.need(lvhdr and os.path.exists(lvhdr), "lvhdr is not built")
+    lv.need(lvhdr, "lvhdr is not built")
     planar = planar_of(lib, scene(11, 17, 8), tmp)
     src = lv.to_float(planar)
     hdr = os.path.join(tmp, "src.hdr")
@@ -367,9 +382,9 @@ def main():
     peer = sys.argv[3]
     peers = {"tifffile": tifffile_peer, "opencv": opencv_peer, "tiffdump": tiffdump_peer,
              "imagemagick": imagemagick_peer, "psdtools": psdtools_peer,
-             "pillow": pillow_peer, "icc": icc_peer}
-    ok = exr_peer(lib, tmp, sys.argv[4] if len(sys.argv) > 4 else None) if peer == "exr" \
-        else peers[peer](lib, tmp)
+             "pillow": pillow_peer, "icc": icc_peer, "exr": exr_peer}
+    lvhdr = sys.argv[4] if len(sys.argv) > 4 and os.path.exists(sys.argv[4]) else None
+    ok = peers[peer](lib, tmp, lvhdr) if peer in ("tifffile", "exr") else peers[peer](lib, tmp)
     print("ok" if ok else "FAILED")
     return 0 if ok else 1
 

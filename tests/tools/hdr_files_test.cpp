@@ -1,6 +1,5 @@
 // lvhdr's HDR files (Radiance, float TIFF, OpenEXR, PSD) and its decoders' size limit: what
-// it writes it reads back, others' float TIFF layouts read the same, oversized files fail
-// with one line.
+// it writes it reads back, PSD brackets merge, oversized files fail with one line.
 #ifdef LV_HAVE_LVHDR
 #include "hdr_files.h"
 #include "synth_bracket.h"
@@ -12,8 +11,6 @@
 #include <cstring>
 #include <fstream>
 #include <random>
-
-#include <tiffio.h>
 
 using namespace lvhdr;
 using tooltest::run_lvhdr;
@@ -28,59 +25,6 @@ FloatImage random_floats(int w, int h, uint32_t seed) {
     for (float &v : f.rgb)
         v = std::exp2(stops(rng));
     return f;
-}
-
-// A float TIFF through libtiff in one of the layouts users send.
-struct Layout {
-    const char *name;
-    const char *mode;
-    int bits, compression, planar;
-    bool tiled;
-};
-
-void write_libtiff(const std::string &path, const FloatImage &im, const Layout &l) {
-    TIFF *t = TIFFOpen(path.c_str(), l.mode);
-    ASSERT_NE(t, nullptr);
-    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(im.width));
-    TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(im.height));
-    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(l.bits));
-    TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_IEEEFP);
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(3));
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-    TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(l.planar));
-    TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(l.compression));
-    if (l.tiled) {
-        TIFFSetField(t, TIFFTAG_TILEWIDTH, 16u);
-        TIFFSetField(t, TIFFTAG_TILELENGTH, 16u);
-    } else {
-        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 7u);
-    }
-    const int planes = l.planar == PLANARCONFIG_SEPARATE ? 3 : 1, spp = 4 - planes;
-    const int bw = l.tiled ? 16 : im.width, bh = l.tiled ? 16 : 1, size = l.bits / 8;
-    std::vector<uint8_t> block(size_t(bw) * bh * spp * size);
-    for (int p = 0; p < planes; ++p)
-        for (int y0 = 0; y0 < im.height; y0 += bh)
-            for (int x0 = 0; x0 < im.width; x0 += bw) {
-                for (int y = 0; y < bh; ++y)
-                    for (int x = 0; x < bw; ++x)
-                        for (int c = 0; c < spp; ++c) {
-                            const int sx = std::min(x0 + x, im.width - 1);
-                            const int sy = std::min(y0 + y, im.height - 1);
-                            const float v = im.rgb[(size_t(sy) * im.width + sx) * 3 + p + c];
-                            const size_t at = ((size_t(y) * bw + x) * spp + c) * size;
-                            if (size == 2) {
-                                const uint16_t h = floatToHalf(v);
-                                std::memcpy(&block[at], &h, 2);
-                            } else {
-                                std::memcpy(&block[at], &v, 4);
-                            }
-                        }
-                if (l.tiled)
-                    TIFFWriteTile(t, block.data(), x0, y0, 0, uint16_t(p));
-                else
-                    TIFFWriteScanline(t, block.data(), y0, uint16_t(p));
-            }
-    TIFFClose(t);
 }
 
 // An uncompressed 8-bit RGB PSD of one image.
@@ -117,30 +61,6 @@ TEST(HdrFiles, EveryWrittenFormatReadsBackTheSamePixels) {
     HdrImage back;
     ASSERT_TRUE(load_hdr_file(dir + "/h.exr", back, err)) << err;
     EXPECT_EQ(back.rgbe, src.rgbe);
-}
-
-TEST(HdrFiles, FloatTiffsOfEveryLayoutReadTheSameFloats) {
-    const std::string dir = scratch_dir();
-    const FloatImage im = random_floats(40, 35, 2);
-    const Layout layouts[] = {
-        {"plain", "w", 32, COMPRESSION_NONE, PLANARCONFIG_CONTIG, false},
-        {"big-endian", "wb", 32, COMPRESSION_NONE, PLANARCONFIG_CONTIG, false},
-        {"deflate", "w", 32, COMPRESSION_ADOBE_DEFLATE, PLANARCONFIG_CONTIG, false},
-        {"lzw tiles", "wb", 32, COMPRESSION_LZW, PLANARCONFIG_CONTIG, true},
-        {"planar tiles", "w", 32, COMPRESSION_NONE, PLANARCONFIG_SEPARATE, true},
-        {"planar half", "wb", 16, COMPRESSION_LZW, PLANARCONFIG_SEPARATE, false}};
-    for (const Layout &l : layouts) {
-        SCOPED_TRACE(l.name);
-        const std::string path = dir + "/" + l.name + ".tif";
-        write_libtiff(path, im, l);
-        FloatImage got;
-        std::string err;
-        ASSERT_TRUE(read_float_tiff(path, got, err)) << err;
-        ASSERT_EQ(got.rgb.size(), im.rgb.size());
-        for (size_t i = 0; i < im.rgb.size(); ++i)
-            ASSERT_EQ(got.rgb[i], l.bits == 16 ? halfToFloat(floatToHalf(im.rgb[i])) : im.rgb[i])
-                << i;
-    }
 }
 
 TEST(HdrFiles, DecodersRefuseSizesAboveTheLimitBeforeDecoding) {
