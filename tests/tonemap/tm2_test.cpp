@@ -95,6 +95,16 @@ TEST(Solver, ConjugateGradientStopsOnZeroOrNanAndConvergesOnAKnownPlane) {
     }
 }
 
+TEST(Solver, LevelsBeyondTheDivergencePyramidAreNeverRead) {
+    // 20 x 7 halves once in stage tm1 (to 10 x 4); asked for more, the solver stops there.
+    const int w = 20, h = 7;
+    Params pr(w, h);
+    std::vector<float> work = make_problem(w, h, 2, 0).work;
+    work.resize(w * h + 10 * 4); // exactly the two levels: ASan sees any read beyond
+    ASSERT_EQ(calc_tm2new2(6, pr.p, nullptr, work.data(), pr.dim, pr.opt), 1);
+    EXPECT_LT(log_error(work, w, h), 0.05f);
+}
+
 TEST(Solver, PyramidSolveRecoversThePlaneAndRepeatsItsBytes) {
     const int w = 300, h = 250;
     Params pr(w, h);
