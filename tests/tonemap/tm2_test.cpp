@@ -103,6 +103,10 @@ TEST(Solver, LevelsBeyondTheDivergencePyramidAreNeverRead) {
     work.resize(w * h + 10 * 4); // exactly the two levels: ASan sees any read beyond
     ASSERT_EQ(calc_tm2new2(6, pr.p, nullptr, work.data(), pr.dim, pr.opt), 1);
     EXPECT_LT(log_error(work, w, h), 0.05f);
+
+    const lv::SolverPlan narrow = lv::solver_plan(3, 100, 4); // a side of 3 stops the halving
+    EXPECT_EQ(narrow.h[3], 100);
+    EXPECT_EQ(narrow.total, 4 * 300);
 }
 
 TEST(Solver, PyramidSolveRecoversThePlaneAndRepeatsItsBytes) {
