@@ -121,9 +121,7 @@ LV_API int calc_tm2new2_guess(int lastLevel, float *p, LvProgressCallback callba
 
     for (long i = 0; i < n0; ++i)
         work[i] = std::exp(work[i]);
-    // The last stage of a low-memory run reads the plane back from tempPath1, also when the
-    // pyramid was small enough to solve in memory.
-    if (opt.lowMemory) return write_plane(opt.tempPath1, work, n0, "tempPath1");
+    if (streaming) return write_plane(opt.tempPath1, work, n0, "tempPath1");
     return 1;
 }
 
