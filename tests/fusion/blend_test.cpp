@@ -6,9 +6,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <random>
 #include <vector>
 
 #include "fusion/blend.h"
+#include "fusion/blend_expand.h"
 #include "lumivantor/pyramid.h"
 
 namespace {
@@ -44,6 +46,26 @@ TEST(BlendReduce, InteriorEdgesAndCornersEachHaveTheirOwnKernel) {
     EXPECT_EQ(w[16], int(0.1667 * 1200));
     // Another depth does nothing.
     EXPECT_EQ(fusion21a(4, 4, 2, 2, 1, 12, 0, 0, 16, nullptr, w.data()), 0);
+}
+
+TEST(BlendExpand, RowLoopsGiveThePixelByPixelValuesOnRandomLevels) {
+    std::mt19937 rng(5);
+    for (int trial = 0; trial < 200; ++trial) {
+        const int fw = 1 + int(rng() % 40), fh = 1 + int(rng() % 6), nc = 1 + trial % 3;
+        const int cw = half(fw), ch = half(fh);
+        const bool wrap = trial % 2;
+        std::vector<uint16_t> coarse(size_t(cw) * ch * nc);
+        for (auto &v : coarse)
+            v = uint16_t(rng() % (trial % 4 ? 32768 : 65536));
+        std::vector<int32_t> ref(size_t(fw) * nc), fast(ref.size()), scratch(3 * coarse.size());
+        const lv::blend::ExpandRows rows{&scratch[0], &scratch[coarse.size()],
+                                         &scratch[2 * coarse.size()]};
+        for (int y = 0; y < fh; ++y) {
+            lv::blend::expand_row_reference(coarse.data(), cw, ch, nc, wrap, y, fw, ref.data());
+            lv::blend::expand_row(coarse.data(), cw, ch, nc, wrap, y, fw, rows, fast.data());
+            ASSERT_EQ(ref, fast) << fw << "x" << fh << "x" << nc << " row " << y;
+        }
+    }
 }
 
 struct Acc {
