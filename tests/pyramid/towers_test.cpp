@@ -62,7 +62,8 @@ TEST(TowerReduce, FlatFieldsShowTheTruncationOfEachTermAndTheWrappedEdgeKernel) 
 TEST(TowerReduce, EightBitRemainderOfAHalfRoundsDownAndNineSixteenthsRoundUp) {
     // 4 x 4 level: coarse pixel (1, 1) centres on fine (2, 2) with all neighbours real;
     // a diagonal neighbour alone contributes s = value.
-    for (auto [diag, expect] : {std::pair{8, 0}, {9, 1}, {24, 1}, {25, 2}}) {
+    for (const auto &[d, expect] : {std::pair{8, 0}, {9, 1}, {24, 1}, {25, 2}}) {
+        const int diag = d;
         auto out = reduced<unsigned char>(4, 4, 1, 0, [&](size_t i) { return i == 5 ? diag : 0; });
         EXPECT_EQ(out[3], expect) << diag;
         auto out16 = reduced<int16_t>(4, 4, 1, 0, [&](size_t i) { return i == 5 ? diag : 0; });
