@@ -26,7 +26,9 @@ struct DetailGain {
         const float t = -4.656897e-07f * static_cast<float>(d * d);
         float g = static_cast<float>(std::exp(static_cast<double>(t)));
         if (guard > 0) g = fixMoire(guard, level, levels, g);
-        return static_cast<int>(static_cast<float>(d) * s * g + static_cast<float>(d));
+        const float v = static_cast<float>(d) * s * g + static_cast<float>(d);
+        // Far beyond the clamp that follows, an absurd strength is held before conversion.
+        return v > -1e6f ? (v < 1e6f ? static_cast<int>(v) : 1000000) : -1000000;
     }
 };
 

@@ -79,8 +79,9 @@ void sum_top_row(const uint16_t *image, const void *weights, int bits, int width
         const float a = top_weight(weights, bits, x);
         for (int k = 0; k < channels; ++k) {
             const int64_t i = int64_t(x) * nc + k;
-            int t = static_cast<int>(static_cast<float>(image[i]) * a);
-            t = t < 0 ? 0 : (t > 65535 ? 65535 : t);
+            // Limited before the conversion, so that a stray float weight can't overflow it.
+            const float v = static_cast<float>(image[i]) * a;
+            const int t = v >= 0.0f ? (v < 65535.0f ? static_cast<int>(v) : 65535) : 0;
             acc[i] = static_cast<uint16_t>(acc[i] + t);
         }
     }
