@@ -112,6 +112,39 @@ TEST(TowerExpand, BilinearValuesTruncateAndTheLastColumnWrapsOrRepeats) {
     EXPECT_EQ(V8(f8, f8 + 3), (V8{8, 7, 5}));
 }
 
+TEST(TowerExpand, RowLoopsMatchThePixelByPixelBilinearOnRandomLevels) {
+    std::mt19937 rng(9);
+    for (int trial = 0; trial < 200; ++trial) {
+        const int fw = 1 + int(rng() % 50), fh = 1 + int(rng() % 7), nc = trial % 2 ? 3 : 1;
+        const int cw = half(fw), ch = half(fh), wrap = (trial / 2) % 2;
+        V16 coarse(size_t(cw) * ch * nc), fine(size_t(fw) * fh * nc), diff(fine.size());
+        for (auto &v : coarse)
+            v = int16_t(rng());
+        for (auto &v : diff)
+            v = int16_t(rng());
+        const V16 before = diff;
+        ASSERT_EQ(lv_short_upsample(fw, fh, cw, ch, nc, wrap, coarse.data(), fine.data()), fh);
+        ASSERT_EQ(lv_short_diff(fw, fh, cw, ch, nc, wrap, coarse.data(), diff.data()), fh);
+        const auto at = [&](int x, int y, int k) {
+            return int(coarse[(size_t(y) * cw + x) * nc + k]);
+        };
+        for (int y = 0; y < fh; ++y)
+            for (int x = 0; x < fw; ++x)
+                for (int k = 0; k < nc; ++k) {
+                    const int cx = x >> 1, cy = y >> 1, ex = cx + 1 < cw ? cx + 1 : (wrap ? 0 : cx);
+                    const int sy = cy + 1 < ch ? cy + 1 : cy;
+                    const int c = at(cx, cy, k), e = at(ex, cy, k), s = at(cx, sy, k),
+                              d = at(ex, sy, k);
+                    const int v = x % 2 ? (y % 2 ? (c + e + s + d) >> 2 : (c + e) >> 1)
+                                        : (y % 2 ? (c + s) >> 1 : c);
+                    const size_t i = (size_t(y) * fw + x) * nc + k;
+                    ASSERT_EQ(fine[i], int16_t(v))
+                        << fw << "x" << fh << "x" << nc << " at " << x << "," << y;
+                    ASSERT_EQ(diff[i], int16_t(before[i] - v));
+                }
+    }
+}
+
 // Builds the band-pass tower as local fusion does (reduce, then difference at once), collapses
 // it with expand and add, and expects the image back, bit for bit.
 template <class T> void round_trip(int w, int h, int nc, int wrap, std::mt19937 &rng) {
