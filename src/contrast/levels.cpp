@@ -1,0 +1,320 @@
+// Levels of the contrast optimizer's tower: the 3 x 3 reduce with weights renormalised at
+// the borders, the bilinear expand, the band-pass difference in float, 16-bit and
+// single-coefficient form, and the per-level pass that swaps each plain coefficient for
+// the local Laplacian one, read from the reference store or worked out in a window.
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "contrast/contrast.h"
+#include "frame/band_threads.h"
+
+namespace {
+
+// Centre, 4-neighbour and diagonal weights by how many sides (a row side, a column side)
+// the source pixel lacks. The border and corner weights are kept as written, so a flat
+// field comes out a hair darker there.
+constexpr float kWeights[3][3] = {
+    {0.25f, 0.125f, 0.0625f}, {0.333f, 0.1667f, 0.083333336f}, {0.444f, 0.222f, 0.111f}};
+
+inline float reduce_px(const float *w, float c, float a, float b) {
+    return c * w[0] + a * w[1] + b * w[2];
+}
+
+// One target pixel with every case handled: missing neighbours count as 0, wrap gives
+// the row's other end.
+inline float reduce_general(int w, int wrap, const float *up, const float *mid, const float *down,
+                            int sx, int row_side) {
+    int left = sx - 1, right = sx + 1;
+    int col_side = 0;
+    if (wrap) {
+        if (left < 0) left = w - 1;
+        if (right >= w) right = 0;
+    } else {
+        if (left < 0) {
+            left = -1;
+            col_side = 1;
+        }
+        if (right >= w) {
+            right = -1;
+            col_side = 1;
+        }
+    }
+    auto at = [](const float *row, int x) { return (row && x >= 0) ? row[x] : 0.0f; };
+    const float a = ((at(up, sx) + at(down, sx)) + at(mid, left)) + at(mid, right);
+    const float b = ((at(up, left) + at(up, right)) + at(down, left)) + at(down, right);
+    return reduce_px(kWeights[row_side + col_side], mid[sx], a, b);
+}
+
+// Mean of two neighbours in double, of four in float: the expand's arithmetic.
+inline float mean2(float a, float b) {
+    return static_cast<float>((static_cast<double>(a) + b) * 0.5);
+}
+inline float mean4(float a, float b, float c, float d) {
+    return (a + b + c + d) * 0.25f;
+}
+
+// Calls emit(x, value) with the expansion of coarse row cy for every fine column of
+// fine row y.
+template <class Emit>
+inline void expand_row(int w, int w2, int h2, int wrap, const float *coarse, int y, Emit emit) {
+    const int cy = y >> 1;
+    const float *row = coarse + static_cast<size_t>(cy) * w2;
+    const float *below = cy + 1 < h2 ? row + w2 : row;
+    const int last = w2 - 1;
+    auto right = [&](const float *r, int cx) {
+        return cx < last ? r[cx + 1] : (wrap ? r[0] : r[cx]);
+    };
+    if ((y & 1) == 0) {
+        int x = 0;
+        for (int cx = 0; cx < last && x + 1 < w; ++cx, x += 2) {
+            emit(x, row[cx]);
+            emit(x + 1, mean2(row[cx], row[cx + 1]));
+        }
+        for (; x < w; ++x) {
+            const int cx = x >> 1;
+            emit(x, (x & 1) ? mean2(row[cx], right(row, cx)) : row[cx]);
+        }
+    } else {
+        int x = 0;
+        for (int cx = 0; cx < last && x + 1 < w; ++cx, x += 2) {
+            emit(x, mean2(row[cx], below[cx]));
+            emit(x + 1, mean4(row[cx], row[cx + 1], below[cx], below[cx + 1]));
+        }
+        for (; x < w; ++x) {
+            const int cx = x >> 1;
+            emit(x, (x & 1) ? mean4(row[cx], right(row, cx), below[cx], right(below, cx))
+                            : mean2(row[cx], below[cx]));
+        }
+    }
+}
+
+inline int16_t to_store(float d, float scale) {
+    const float v = d * scale;
+    if (!(v > -32767.0f)) return v != v ? 0 : -32767;
+    if (v > 32767.0f) return 32767;
+    return static_cast<int16_t>(v);
+}
+
+} // namespace
+
+extern "C" {
+
+int co_top_level(int width, int height) {
+    const int side = std::min(width, height);
+    if (side < 1) return 0;
+    return static_cast<int>(std::log(static_cast<double>(side)) * 1.4426950408889634);
+}
+
+int64_t co_tower_len(int width, int height, int planes) {
+    int64_t len = 0;
+    int64_t w = width, h = height;
+    for (int k = 0; k < planes; ++k) {
+        len += w * h;
+        w = (w + 1) / 2;
+        h = (h + 1) / 2;
+    }
+    return len;
+}
+
+int co_down_orig(int w, int h, int w2, int h2, int wrap, const float *source, float *target,
+                 int firstRow, int rows, int band) {
+    (void)band; // every row knows from its index whether it lies on the top or bottom edge
+    for (int y = firstRow; y < firstRow + rows && y < h2; ++y) {
+        const int sy = 2 * y;
+        const float *mid = source + static_cast<size_t>(sy) * w;
+        const float *up = sy > 0 ? mid - w : nullptr;
+        const float *down = sy + 1 < h ? mid + w : nullptr;
+        const int row_side = (up && down) ? 0 : 1;
+        float *out = target + static_cast<size_t>(y) * w2;
+        // Interior columns have both neighbours whatever the wrap; the ends go the long way.
+        const int x_end = (w - 2) / 2 + 1; // first x whose right neighbour 2x + 1 is missing
+        const int x_stop = std::min(x_end, w2);
+        if (x_stop > 1) {
+            const float *wt = kWeights[row_side];
+            if (up && down) {
+                for (int x = 1; x < x_stop; ++x) {
+                    const int sx = 2 * x;
+                    const float a = ((up[sx] + down[sx]) + mid[sx - 1]) + mid[sx + 1];
+                    const float b = ((up[sx - 1] + up[sx + 1]) + down[sx - 1]) + down[sx + 1];
+                    out[x] = reduce_px(wt, mid[sx], a, b);
+                }
+            } else {
+                const float *other = up ? up : down;
+                const bool is_up = up != nullptr;
+                for (int x = 1; x < x_stop; ++x) {
+                    const int sx = 2 * x;
+                    const float a = is_up ? ((other[sx] + 0.0f) + mid[sx - 1]) + mid[sx + 1]
+                                          : ((0.0f + other[sx]) + mid[sx - 1]) + mid[sx + 1];
+                    const float b = is_up ? ((other[sx - 1] + other[sx + 1]) + 0.0f) + 0.0f
+                                          : ((0.0f + 0.0f) + other[sx - 1]) + other[sx + 1];
+                    out[x] = reduce_px(wt, mid[sx], a, b);
+                }
+            }
+            out[0] = reduce_general(w, wrap, up, mid, down, 0, row_side);
+            for (int x = x_stop; x < w2; ++x)
+                out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
+        } else {
+            for (int x = 0; x < w2; ++x)
+                out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
+        }
+    }
+    return rows;
+}
+
+void *co_down_threaded(void *args) {
+    auto *a = static_cast<CoDownArgs *>(args);
+    const lv::Band band = lv::band_of(a->h2, a->threadIndex, a->threadCount);
+    const int code =
+        a->threadCount == 1
+            ? 2
+            : (a->threadIndex == 0 ? 0 : (a->threadIndex == a->threadCount - 1 ? 1 : 3));
+    a->result = co_down_orig(a->w, a->h, a->w2, a->h2, a->wrap, a->source, a->target, band.first,
+                             band.rows, code);
+    pthread_exit(nullptr);
+}
+
+int co_down(int w, int h, int w2, int h2, int wrap, int64_t sourceOffset, int64_t targetOffset,
+            int numThreads, float *pyramid) {
+    const float *source = pyramid + sourceOffset;
+    float *target = pyramid + targetOffset;
+    if (numThreads >= 2 && h2 / numThreads >= 100) {
+        const int r = lv::run_threaded<CoDownArgs>(
+            numThreads, co_down_threaded, [&](CoDownArgs &a, int index, int count) {
+                a = CoDownArgs{w, h, w2, h2, wrap, source, target, index, count, 0};
+            });
+        if (r >= 0) return h2;
+        // A band that could not start: redo the whole plane here.
+    }
+    co_down_orig(w, h, w2, h2, wrap, source, target, 0, h2, 2);
+    return h2;
+}
+
+int co_up(int w, int h, int w2, int h2, int wrap, const float *coarse, float *fine) {
+    for (int y = 0; y < h; ++y) {
+        float *row = fine + static_cast<size_t>(y) * w;
+        expand_row(w, w2, h2, wrap, coarse, y, [row](int x, float v) { row[x] = v; });
+    }
+    return h;
+}
+
+int co_diff(int w, int h, int w2, int h2, int mode, int wrap, int64_t target, const float *coarse,
+            const float *fine, void *out, float scale) {
+    if (mode == -1) {
+        const int y = static_cast<int>(target / w), x = static_cast<int>(target % w);
+        const int cx = x >> 1, cy = y >> 1;
+        const float *row = coarse + static_cast<size_t>(cy) * w2;
+        const float *below = cy + 1 < h2 ? row + w2 : row;
+        auto right = [&](const float *r) {
+            return cx < w2 - 1 ? r[cx + 1] : (wrap ? r[0] : r[cx]);
+        };
+        float e;
+        if ((y & 1) == 0)
+            e = (x & 1) ? mean2(row[cx], right(row)) : row[cx];
+        else
+            e = (x & 1) ? mean4(row[cx], right(row), below[cx], right(below))
+                        : mean2(row[cx], below[cx]);
+        *static_cast<float *>(out) = fine[target] - e;
+        return 1;
+    }
+    for (int y = 0; y < h; ++y) {
+        const size_t at = static_cast<size_t>(y) * w;
+        const float *f = fine + at;
+        if (mode == 16) {
+            int16_t *o = static_cast<int16_t *>(out) + at;
+            expand_row(w, w2, h2, wrap, coarse, y,
+                       [o, f, scale](int x, float v) { o[x] = to_store(f[x] - v, scale); });
+        } else {
+            float *o = static_cast<float *>(out) + at;
+            expand_row(w, w2, h2, wrap, coarse, y, [o, f](int x, float v) { o[x] = f[x] - v; });
+        }
+    }
+    return h;
+}
+
+int co_process_level(int width, int height, int levelWidth, int levelHeight, int level, float *p,
+                     int referenceCount, const float *references, const int64_t *storeOffsets,
+                     const int16_t *store, int numThreads, float *work, const float *logImage,
+                     int64_t levelOffset, const float *levelValues, float *out) {
+    if (levelWidth < 1 || levelHeight < 1) return 0;
+    const bool fast = p[10] >= 0.0f && referenceCount > 0 && store != nullptr;
+    const int last = referenceCount - 1;
+    const float unit = p[11] * 3.051851e-05f;
+    const float alpha = lv::co_clamp_alpha(co_alpha0(p) / (1.0f + p[7]));
+    const float sigma = co_sigma0(p) / (1.0f + p[5]);
+    const bool wrap_cols = static_cast<int>(p[15]) != 0;
+    const int64_t s0 = int64_t(1) << level, s1 = int64_t(2) << level;
+
+    for (int r = 0; r < levelHeight; ++r) {
+        for (int c = 0; c < levelWidth; ++c) {
+            const size_t idx = static_cast<size_t>(r) * levelWidth + c;
+            const float g = levelValues[idx];
+            if (fast && g >= references[0] && g <= references[last]) {
+                int lo = 0, hi = 0;
+                if (g >= references[last]) {
+                    lo = hi = last;
+                } else if (g != references[0]) {
+                    hi = 1;
+                    while (!(references[hi] > g))
+                        ++hi;
+                    lo = hi - 1;
+                }
+                const float span = references[hi] - references[lo];
+                const float f = span > 0.0f ? (references[hi] - g) / span : 1.0f;
+                const float vh = store[storeOffsets[hi] + levelOffset + static_cast<int64_t>(idx)];
+                const float vl = store[storeOffsets[lo] + levelOffset + static_cast<int64_t>(idx)];
+                out[idx] = (vh * (1.0f - f) + vl * f) * unit;
+                continue;
+            }
+
+            // Exact path: the window of the log image that feeds this coefficient.
+            const int64_t r0 = std::max<int64_t>((r / 2 - 1) * s1, 0);
+            const int64_t r1 = std::min<int64_t>((r / 2 + r % 2 + 1) * s1, height);
+            int64_t c0 = (c / 2 - 1) * s1, c1 = (c / 2 + c % 2 + 1) * s1;
+            if (!wrap_cols || c1 - c0 >= width - 1) {
+                c0 = std::max<int64_t>(c0, 0);
+                c1 = std::min<int64_t>(c1, width);
+            }
+            const int ww = static_cast<int>(c1 - c0), wh = static_cast<int>(r1 - r0);
+            const lv::CoRemap map = lv::co_remap_for(g, alpha, sigma);
+            int64_t changed = 0;
+            for (int y = 0; y < wh; ++y) {
+                const float *src = logImage + static_cast<size_t>(r0 + y) * width;
+                float *dst = work + static_cast<size_t>(y) * ww;
+                for (int x = 0; x < ww; ++x) {
+                    int64_t sx = c0 + x;
+                    if (sx < 0) sx += width;
+                    if (sx >= width) sx -= width;
+                    const float v = src[sx];
+                    const float m = lv::co_remap(map, v);
+                    changed += (m != v);
+                    dst[x] = m;
+                }
+            }
+            if (changed == 0) continue;
+            const int win_wrap = (wrap_cols && ww == width) ? 1 : 0;
+            int w = ww, h = wh;
+            int64_t off = 0, fine_off = 0;
+            int fine_w = w, fine_h = h;
+            for (int k = 0; k <= level; ++k) {
+                const int w2 = (w + 1) / 2, h2 = (h + 1) / 2;
+                const int64_t next = off + static_cast<int64_t>(w) * h;
+                co_down(w, h, w2, h2, win_wrap, off, next, numThreads, work);
+                fine_off = off;
+                fine_w = w;
+                fine_h = h;
+                off = next;
+                w = w2;
+                h = h2;
+            }
+            const int64_t py = std::max<int64_t>(r * s0 - r0, 0) >> level;
+            const int64_t px = std::max<int64_t>(c * s0 - c0, 0) >> level;
+            co_diff(fine_w, fine_h, w, h, -1, win_wrap, py * fine_w + px, work + off,
+                    work + fine_off, &out[idx], 1.0f);
+        }
+    }
+    return levelHeight;
+}
+
+} // extern "C"
