@@ -54,6 +54,11 @@ LV_API int co_down(int w, int h, int w2, int h2, int wrap, int64_t sourceOffset,
 LV_API int co_down_orig(int w, int h, int w2, int h2, int wrap, const float *source, float *target,
                         int firstRow, int rows, int band);
 
+// Reduces one source row (with the rows above and below it, NULL where missing) into
+// a target row of w2 pixels.
+void co_reduce_row(int w, int w2, int wrap, const float *up, const float *mid, const float *down,
+                   float *out);
+
 // Arguments of one co_down band thread.
 typedef struct CoDownArgs {
     int w, h, w2, h2, wrap;
@@ -161,10 +166,12 @@ template <class T> CoBuf<T> co_array(size_t n) {
 
 // Remapping around a centre g: values within [g - sigma, g + sigma] pass, values beyond
 // are compressed by alpha towards the band's edge. Bounds and sums are in double; k_lo
-// and k_hi are the edges times (1 - alpha).
+// and k_hi are the edges times (1 - alpha). f_lo and f_hi are the float bounds that
+// decide the same for a float value: the double bounds rounded inwards.
 struct CoRemap {
     double lo, hi;
     double alpha, k_lo, k_hi;
+    float f_lo, f_hi;
 };
 
 inline CoRemap co_remap_for(float g, float alpha, float sigma) {
@@ -175,14 +182,25 @@ inline CoRemap co_remap_for(float g, float alpha, float sigma) {
     r.alpha = alpha;
     r.k_lo = (gd - sd) * (1.0 - alpha);
     r.k_hi = (gd + sd) * (1.0 - alpha);
+    // v > hi exactly when v exceeds hi rounded down to a float, and v < lo when v is below
+    // lo rounded up (a NaN bound stays NaN and passes every value).
+    float fh = static_cast<float>(r.hi), fl = static_cast<float>(r.lo);
+    if (static_cast<double>(fh) > r.hi) fh = std::nextafter(fh, -INFINITY);
+    if (static_cast<double>(fl) < r.lo) fl = std::nextafter(fl, INFINITY);
+    r.f_hi = fh;
+    r.f_lo = fl;
     return r;
 }
 
 inline float co_remap(const CoRemap &r, float v) {
-    if (static_cast<double>(v) > r.hi) return static_cast<float>(v * r.alpha + r.k_hi);
-    if (static_cast<double>(v) < r.lo) return static_cast<float>(v * r.alpha + r.k_lo);
+    if (v > r.f_hi) return static_cast<float>(v * r.alpha + r.k_hi);
+    if (v < r.f_lo) return static_cast<float>(v * r.alpha + r.k_lo);
     return v;
 }
+
+// Remaps n values from in to out (vectorised where the machine allows, with the same
+// values); true when any value changed.
+bool co_remap_row(const CoRemap &r, const float *in, float *out, int64_t n);
 
 // Holds alpha to 0..1 (a NaN stays NaN and leaves the remapping the identity).
 inline float co_clamp_alpha(float a) {

@@ -18,7 +18,6 @@ constexpr int kHue = LV_HUE_TABLE_SIZE;
 constexpr int kBlock = LV_TMPARAM_COUNT;
 constexpr int kBins = 65536;
 
-
 inline int bin_of(float v) {
     if (!(v > 0.0f)) return 0;
     if (v >= 65535.0f) return 65535;

@@ -97,9 +97,174 @@ inline int16_t to_store(float d, float scale) {
     return static_cast<int16_t>(v);
 }
 
+// Everything one level's pass needs, shared read-only by its bands.
+struct LevelPass {
+    int width, height, level_width, level_height, level;
+    bool fast;
+    int last;
+    float unit, alpha, sigma;
+    bool wrap_cols;
+    const float *references;
+    const int64_t *store_offsets;
+    const int16_t *store;
+    const float *log_image;
+    int64_t level_offset;
+    const float *values;
+    float *out;
+};
+
+// Largest work tower, in floats, that a band of the level pass gets for itself (4 MB).
+constexpr int64_t kBandWorkLimit = int64_t(1) << 20;
+
+// The coefficient of one pixel from the reference store: linear between the two
+// references that bracket its value.
+inline float from_store(const LevelPass &lp, float g, size_t idx) {
+    const float *refs = lp.references;
+    int lo = 0, hi = 0;
+    if (g >= refs[lp.last]) {
+        lo = hi = lp.last;
+    } else if (g != refs[0]) {
+        hi = 1;
+        while (!(refs[hi] > g))
+            ++hi;
+        lo = hi - 1;
+    }
+    const float span = refs[hi] - refs[lo];
+    const float f = span > 0.0f ? (refs[hi] - g) / span : 1.0f;
+    const int64_t at = lp.level_offset + static_cast<int64_t>(idx);
+    const float vh = lp.store[lp.store_offsets[hi] + at];
+    const float vl = lp.store[lp.store_offsets[lo] + at];
+    return (vh * (1.0f - f) + vl * f) * lp.unit;
+}
+
+// The coefficient of pixel (r, c) from the window of the log image that feeds it,
+// remapped around g and reduced into a small tower in work. Leaves out[idx] (the plain
+// coefficient) when the remapping changes no sample of the window.
+void exact_coefficient(const LevelPass &lp, int r, int c, float g, float *work, int threads,
+                       float *out) {
+    const int level = lp.level, width = lp.width;
+    const int64_t s0 = int64_t(1) << level, s1 = int64_t(2) << level;
+    const int64_t r0 = std::max<int64_t>((r / 2 - 1) * s1, 0);
+    const int64_t r1 = std::min<int64_t>((r / 2 + r % 2 + 1) * s1, lp.height);
+    int64_t c0 = (c / 2 - 1) * s1, c1 = (c / 2 + c % 2 + 1) * s1;
+    if (!lp.wrap_cols || c1 - c0 >= width - 1) {
+        c0 = std::max<int64_t>(c0, 0);
+        c1 = std::min<int64_t>(c1, width);
+    }
+    const int ww = static_cast<int>(c1 - c0), wh = static_cast<int>(r1 - r0);
+    const lv::CoRemap map = lv::co_remap_for(g, lp.alpha, lp.sigma);
+    bool changed = false;
+    for (int y = 0; y < wh; ++y) {
+        const float *src = lp.log_image + static_cast<size_t>(r0 + y) * width;
+        float *dst = work + static_cast<size_t>(y) * ww;
+        if (c0 >= 0 && c1 <= width) {
+            changed |= lv::co_remap_row(map, src + c0, dst, ww);
+        } else {
+            for (int x = 0; x < ww; ++x) {
+                int64_t sx = c0 + x;
+                if (sx < 0) sx += width;
+                if (sx >= width) sx -= width;
+                const float m = lv::co_remap(map, src[sx]);
+                changed |= m != src[sx];
+                dst[x] = m;
+            }
+        }
+    }
+    if (!changed) return;
+    const int win_wrap = (lp.wrap_cols && ww == width) ? 1 : 0;
+    int w = ww, h = wh, fine_w = w, fine_h = h;
+    int64_t off = 0, fine_off = 0;
+    for (int k = 0; k <= level; ++k) {
+        const int w2 = (w + 1) / 2, h2 = (h + 1) / 2;
+        const int64_t next = off + static_cast<int64_t>(w) * h;
+        co_down(w, h, w2, h2, win_wrap, off, next, threads, work);
+        fine_off = off;
+        fine_w = w;
+        fine_h = h;
+        off = next;
+        w = w2;
+        h = h2;
+    }
+    const int64_t py = std::max<int64_t>(r * s0 - r0, 0) >> level;
+    const int64_t px = std::max<int64_t>(c * s0 - c0, 0) >> level;
+    co_diff(fine_w, fine_h, w, h, -1, win_wrap, py * fine_w + px, work + off, work + fine_off, out,
+            1.0f);
+}
+
+// Rows [first, end) of the level pass.
+void level_rows(const LevelPass &lp, int first, int end, float *work, int threads) {
+    const float lo_ref = lp.fast ? lp.references[0] : 0.0f;
+    const float hi_ref = lp.fast ? lp.references[lp.last] : 0.0f;
+    for (int r = first; r < end; ++r)
+        for (int c = 0; c < lp.level_width; ++c) {
+            const size_t idx = static_cast<size_t>(r) * lp.level_width + c;
+            const float g = lp.values[idx];
+            if (lp.fast && g >= lo_ref && g <= hi_ref)
+                lp.out[idx] = from_store(lp, g, idx);
+            else
+                exact_coefficient(lp, r, c, g, work, threads, &lp.out[idx]);
+        }
+}
+
+struct LevelBandArgs {
+    const LevelPass *pass;
+    float *work;
+    int threadIndex, threadCount, result;
+};
+
+void *level_band_threaded(void *args) {
+    auto *a = static_cast<LevelBandArgs *>(args);
+    const lv::Band band = lv::band_of(a->pass->level_height, a->threadIndex, a->threadCount);
+    level_rows(*a->pass, band.first, band.first + band.rows, a->work, 1);
+    a->result = band.rows;
+    pthread_exit(nullptr);
+}
+
 } // namespace
 
 extern "C" {
+
+void co_reduce_row(int w, int w2, int wrap, const float *up, const float *mid, const float *down,
+                   float *out) {
+    const int row_side = (up && down) ? 0 : 1;
+    // Interior columns have both neighbours whatever the wrap; the ends go the long way.
+    const int x_end = (w - 2) / 2 + 1; // first x whose right neighbour 2x + 1 is missing
+    const int x_stop = std::min(x_end, w2);
+    if (x_stop <= 1) {
+        for (int x = 0; x < w2; ++x)
+            out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
+        return;
+    }
+    const float *wt = kWeights[row_side];
+    if (up && down) {
+        for (int x = 1; x < x_stop; ++x) {
+            const int sx = 2 * x;
+            const float a = ((up[sx] + down[sx]) + mid[sx - 1]) + mid[sx + 1];
+            const float b = ((up[sx - 1] + up[sx + 1]) + down[sx - 1]) + down[sx + 1];
+            out[x] = reduce_px(wt, mid[sx], a, b);
+        }
+    } else if (up) {
+        for (int x = 1; x < x_stop; ++x) {
+            const int sx = 2 * x;
+            const float a = ((up[sx] + 0.0f) + mid[sx - 1]) + mid[sx + 1];
+            const float b = ((up[sx - 1] + up[sx + 1]) + 0.0f) + 0.0f;
+            out[x] = reduce_px(wt, mid[sx], a, b);
+        }
+    } else if (down) {
+        for (int x = 1; x < x_stop; ++x) {
+            const int sx = 2 * x;
+            const float a = ((0.0f + down[sx]) + mid[sx - 1]) + mid[sx + 1];
+            const float b = ((0.0f + 0.0f) + down[sx - 1]) + down[sx + 1];
+            out[x] = reduce_px(wt, mid[sx], a, b);
+        }
+    } else {
+        for (int x = 1; x < x_stop; ++x)
+            out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
+    }
+    out[0] = reduce_general(w, wrap, up, mid, down, 0, row_side);
+    for (int x = x_stop; x < w2; ++x)
+        out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
+}
 
 int co_top_level(int width, int height) {
     const int side = std::min(width, height);
@@ -124,41 +289,8 @@ int co_down_orig(int w, int h, int w2, int h2, int wrap, const float *source, fl
     for (int y = firstRow; y < firstRow + rows && y < h2; ++y) {
         const int sy = 2 * y;
         const float *mid = source + static_cast<size_t>(sy) * w;
-        const float *up = sy > 0 ? mid - w : nullptr;
-        const float *down = sy + 1 < h ? mid + w : nullptr;
-        const int row_side = (up && down) ? 0 : 1;
-        float *out = target + static_cast<size_t>(y) * w2;
-        // Interior columns have both neighbours whatever the wrap; the ends go the long way.
-        const int x_end = (w - 2) / 2 + 1; // first x whose right neighbour 2x + 1 is missing
-        const int x_stop = std::min(x_end, w2);
-        if (x_stop > 1) {
-            const float *wt = kWeights[row_side];
-            if (up && down) {
-                for (int x = 1; x < x_stop; ++x) {
-                    const int sx = 2 * x;
-                    const float a = ((up[sx] + down[sx]) + mid[sx - 1]) + mid[sx + 1];
-                    const float b = ((up[sx - 1] + up[sx + 1]) + down[sx - 1]) + down[sx + 1];
-                    out[x] = reduce_px(wt, mid[sx], a, b);
-                }
-            } else {
-                const float *other = up ? up : down;
-                const bool is_up = up != nullptr;
-                for (int x = 1; x < x_stop; ++x) {
-                    const int sx = 2 * x;
-                    const float a = is_up ? ((other[sx] + 0.0f) + mid[sx - 1]) + mid[sx + 1]
-                                          : ((0.0f + other[sx]) + mid[sx - 1]) + mid[sx + 1];
-                    const float b = is_up ? ((other[sx - 1] + other[sx + 1]) + 0.0f) + 0.0f
-                                          : ((0.0f + 0.0f) + other[sx - 1]) + other[sx + 1];
-                    out[x] = reduce_px(wt, mid[sx], a, b);
-                }
-            }
-            out[0] = reduce_general(w, wrap, up, mid, down, 0, row_side);
-            for (int x = x_stop; x < w2; ++x)
-                out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
-        } else {
-            for (int x = 0; x < w2; ++x)
-                out[x] = reduce_general(w, wrap, up, mid, down, 2 * x, row_side);
-        }
+        co_reduce_row(w, w2, wrap, sy > 0 ? mid - w : nullptr, mid, sy + 1 < h ? mid + w : nullptr,
+                      target + static_cast<size_t>(y) * w2);
     }
     return rows;
 }
@@ -238,82 +370,51 @@ int co_process_level(int width, int height, int levelWidth, int levelHeight, int
                      const int16_t *store, int numThreads, float *work, const float *logImage,
                      int64_t levelOffset, const float *levelValues, float *out) {
     if (levelWidth < 1 || levelHeight < 1) return 0;
-    const bool fast = p[10] >= 0.0f && referenceCount > 0 && store != nullptr;
-    const int last = referenceCount - 1;
-    const float unit = p[11] * 3.051851e-05f;
-    const float alpha = lv::co_clamp_alpha(co_alpha0(p) / (1.0f + p[7]));
-    const float sigma = co_sigma0(p) / (1.0f + p[5]);
-    const bool wrap_cols = static_cast<int>(p[15]) != 0;
-    const int64_t s0 = int64_t(1) << level, s1 = int64_t(2) << level;
+    LevelPass pass;
+    pass.width = width;
+    pass.height = height;
+    pass.level_width = levelWidth;
+    pass.level_height = levelHeight;
+    pass.level = level;
+    pass.fast = p[10] >= 0.0f && referenceCount > 0 && store != nullptr;
+    pass.last = referenceCount - 1;
+    pass.unit = p[11] * 3.051851e-05f;
+    pass.alpha = lv::co_clamp_alpha(co_alpha0(p) / (1.0f + p[7]));
+    pass.sigma = co_sigma0(p) / (1.0f + p[5]);
+    pass.wrap_cols = static_cast<int>(p[15]) != 0;
+    pass.references = references;
+    pass.store_offsets = storeOffsets;
+    pass.store = store;
+    pass.log_image = logImage;
+    pass.level_offset = levelOffset;
+    pass.values = levelValues;
+    pass.out = out;
 
-    for (int r = 0; r < levelHeight; ++r) {
-        for (int c = 0; c < levelWidth; ++c) {
-            const size_t idx = static_cast<size_t>(r) * levelWidth + c;
-            const float g = levelValues[idx];
-            if (fast && g >= references[0] && g <= references[last]) {
-                int lo = 0, hi = 0;
-                if (g >= references[last]) {
-                    lo = hi = last;
-                } else if (g != references[0]) {
-                    hi = 1;
-                    while (!(references[hi] > g))
-                        ++hi;
-                    lo = hi - 1;
-                }
-                const float span = references[hi] - references[lo];
-                const float f = span > 0.0f ? (references[hi] - g) / span : 1.0f;
-                const float vh = store[storeOffsets[hi] + levelOffset + static_cast<int64_t>(idx)];
-                const float vl = store[storeOffsets[lo] + levelOffset + static_cast<int64_t>(idx)];
-                out[idx] = (vh * (1.0f - f) + vl * f) * unit;
-                continue;
-            }
-
-            // Exact path: the window of the log image that feeds this coefficient.
-            const int64_t r0 = std::max<int64_t>((r / 2 - 1) * s1, 0);
-            const int64_t r1 = std::min<int64_t>((r / 2 + r % 2 + 1) * s1, height);
-            int64_t c0 = (c / 2 - 1) * s1, c1 = (c / 2 + c % 2 + 1) * s1;
-            if (!wrap_cols || c1 - c0 >= width - 1) {
-                c0 = std::max<int64_t>(c0, 0);
-                c1 = std::min<int64_t>(c1, width);
-            }
-            const int ww = static_cast<int>(c1 - c0), wh = static_cast<int>(r1 - r0);
-            const lv::CoRemap map = lv::co_remap_for(g, alpha, sigma);
-            int64_t changed = 0;
-            for (int y = 0; y < wh; ++y) {
-                const float *src = logImage + static_cast<size_t>(r0 + y) * width;
-                float *dst = work + static_cast<size_t>(y) * ww;
-                for (int x = 0; x < ww; ++x) {
-                    int64_t sx = c0 + x;
-                    if (sx < 0) sx += width;
-                    if (sx >= width) sx -= width;
-                    const float v = src[sx];
-                    const float m = lv::co_remap(map, v);
-                    changed += (m != v);
-                    dst[x] = m;
-                }
-            }
-            if (changed == 0) continue;
-            const int win_wrap = (wrap_cols && ww == width) ? 1 : 0;
-            int w = ww, h = wh;
-            int64_t off = 0, fine_off = 0;
-            int fine_w = w, fine_h = h;
-            for (int k = 0; k <= level; ++k) {
-                const int w2 = (w + 1) / 2, h2 = (h + 1) / 2;
-                const int64_t next = off + static_cast<int64_t>(w) * h;
-                co_down(w, h, w2, h2, win_wrap, off, next, numThreads, work);
-                fine_off = off;
-                fine_w = w;
-                fine_h = h;
-                off = next;
-                w = w2;
-                h = h2;
-            }
-            const int64_t py = std::max<int64_t>(r * s0 - r0, 0) >> level;
-            const int64_t px = std::max<int64_t>(c * s0 - c0, 0) >> level;
-            co_diff(fine_w, fine_h, w, h, -1, win_wrap, py * fine_w + px, work + off,
-                    work + fine_off, &out[idx], 1.0f);
+    // Every coefficient is worked out on its own, so bands of rows give the same values
+    // on any number of threads. Each band needs a work tower of its own for the windows,
+    // which stays small at the fine levels, where nearly all coefficients lie; the coarse
+    // levels run here on the caller's work tower.
+    const int64_t side = int64_t(3) << (level + 1);
+    const int64_t win_len =
+        co_tower_len(static_cast<int>(std::min<int64_t>(side, width)),
+                     static_cast<int>(std::min<int64_t>(side, height)), level + 2);
+    const int threads = std::min(numThreads, levelHeight);
+    if (threads >= 2 && win_len <= kBandWorkLimit) {
+        lv::CoBuf<float> band_work =
+            lv::co_array<float>(static_cast<size_t>(win_len) * (threads - 1));
+        if (band_work) {
+            const int r = lv::run_threaded<LevelBandArgs>(
+                threads, level_band_threaded, [&](LevelBandArgs &a, int index, int count) {
+                    a = LevelBandArgs{&pass,
+                                      index == 0 ? work : band_work.get() + win_len * (index - 1),
+                                      index, count, 0};
+                });
+            if (r >= 0) return levelHeight;
+            // A band that could not start: every row once more here, which gives the
+            // same values.
         }
     }
+    level_rows(pass, 0, levelHeight, work, numThreads);
     return levelHeight;
 }
 

@@ -20,7 +20,6 @@ CoAllocObserver g_alloc_observer = nullptr;
 
 constexpr int kBins = 65536;
 
-
 inline int hist_bin(float v, float lo, float scale) {
     const float x = (v - lo) * scale;
     if (!(x > 0.0f)) return 0;

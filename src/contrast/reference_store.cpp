@@ -3,6 +3,9 @@
 // offsets as the main tower. The level pass then interpolates between two references
 // instead of building a small tower per pixel.
 #include <cmath>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "contrast/contrast.h"
 #include "frame/band_threads.h"
@@ -12,12 +15,72 @@ namespace {
 // Remaps the log image into work around the reference.
 void remap_plane(const float *log_image, int64_t n, float g, float alpha, float sigma,
                  float *work) {
-    const lv::CoRemap map = lv::co_remap_for(g, alpha, sigma);
-    for (int64_t i = 0; i < n; ++i)
-        work[i] = lv::co_remap(map, log_image[i]);
+    lv::co_remap_row(lv::co_remap_for(g, alpha, sigma), log_image, work, n);
+}
+
+// The first reduce of the log image remapped around a reference, remapping each source
+// row once into one of three rolling rows.
+void remap_reduce(const float *log_image, int w, int h, int w2, int h2, int wrap,
+                  const lv::CoRemap &map, float *rows, float *target) {
+    float *row[3] = {rows, rows + w, rows + 2 * w};
+    int have = -1; // last source row remapped; rows live at index (y % 3)
+    auto get = [&](int y) {
+        while (have < y) {
+            ++have;
+            lv::co_remap_row(map, log_image + static_cast<size_t>(have) * w, row[have % 3], w);
+        }
+        return row[y % 3];
+    };
+    for (int y = 0; y < h2; ++y) {
+        const int sy = 2 * y;
+        const float *down = sy + 1 < h ? get(sy + 1) : nullptr;
+        const float *mid = get(sy);
+        const float *up = sy > 0 ? row[(sy - 1) % 3] : nullptr;
+        co_reduce_row(w, w2, wrap, up, mid, down, target + static_cast<size_t>(y) * w2);
+    }
 }
 
 } // namespace
+
+namespace lv {
+
+bool co_remap_row(const CoRemap &r, const float *in, float *out, int64_t n) {
+    int64_t i = 0;
+    bool changed = false;
+#ifdef __SSE2__
+    // Four samples at a time with the scalar's operations: the product and sums in double,
+    // one rounding to float, the bounds choosing between the two compressed values.
+    const __m128d alpha = _mm_set1_pd(r.alpha), k_hi = _mm_set1_pd(r.k_hi),
+                  k_lo = _mm_set1_pd(r.k_lo);
+    const __m128 f_hi = _mm_set1_ps(r.f_hi), f_lo = _mm_set1_ps(r.f_lo);
+    __m128 any = _mm_setzero_ps();
+    for (; i + 4 <= n; i += 4) {
+        const __m128 v = _mm_loadu_ps(in + i);
+        const __m128d t0 = _mm_mul_pd(_mm_cvtps_pd(v), alpha);
+        const __m128d t1 = _mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), alpha);
+        const __m128 above =
+            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_hi)), _mm_cvtpd_ps(_mm_add_pd(t1, k_hi)));
+        const __m128 below =
+            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_lo)), _mm_cvtpd_ps(_mm_add_pd(t1, k_lo)));
+        const __m128 is_above = _mm_cmpgt_ps(v, f_hi);
+        const __m128 is_below = _mm_andnot_ps(is_above, _mm_cmplt_ps(v, f_lo));
+        const __m128 inside = _mm_andnot_ps(_mm_or_ps(is_above, is_below), v);
+        const __m128 m =
+            _mm_or_ps(_mm_or_ps(_mm_and_ps(is_above, above), _mm_and_ps(is_below, below)), inside);
+        any = _mm_or_ps(any, _mm_cmpneq_ps(m, v));
+        _mm_storeu_ps(out + i, m);
+    }
+    changed = _mm_movemask_ps(any) != 0;
+#endif
+    for (; i < n; ++i) {
+        const float m = co_remap(r, in[i]);
+        changed |= m != in[i];
+        out[i] = m;
+    }
+    return changed;
+}
+
+} // namespace lv
 
 extern "C" {
 
@@ -60,6 +123,7 @@ int co_precalculate(int width, int height, int levels, float *p, int numThreads,
 
     if (p[2] != 0.0f) {
         if (levels < 2) return 0;
+        lv::CoBuf<float> rows = lv::co_array<float>(static_cast<size_t>(width) * 3);
         const double gain = std::pow(2.0, p[2] * 0.04) - 1.0;
         for (int k = 0; k <= levels - 2; ++k) {
             // The level's own strength and threshold, worked out here rather than read from
@@ -68,8 +132,16 @@ int co_precalculate(int width, int height, int levels, float *p, int numThreads,
             const float p5 = static_cast<float>(p[2] * t5 * 0.015);
             const float alpha = lv::co_clamp_alpha(static_cast<float>(a0 / (1.0 + gain * t5)));
             const float sigma = s0 / (1.0f + p5);
-            remap_plane(logImage, n, reference, alpha, sigma, work);
-            for (int j = 0; j <= k; ++j)
+            if (k == 0 || !rows) {
+                remap_plane(logImage, n, reference, alpha, sigma, work);
+                reduce(0);
+            } else {
+                // Level 0 of the remapped image serves only the first reduce: remap it row by
+                // row into three rolling rows instead of the whole plane.
+                remap_reduce(logImage, width, height, ws[1], hs[1], wrap,
+                             lv::co_remap_for(reference, alpha, sigma), rows.get(), work + off[1]);
+            }
+            for (int j = 1; j <= k; ++j)
                 reduce(j);
             diff(k);
         }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "contrast/contrast.h"
@@ -201,6 +202,39 @@ TEST(ContrastLevels, FinishMixesLayersByWeightAndKeepsBlackBlack) {
     p[8] = -15.0f;
     EXPECT_EQ(high, run(0));
     EXPECT_NE(high, base);
+}
+
+} // namespace
+
+namespace {
+
+// The vectorised remapping against the one-value form, on values that straddle the band's
+// edges, sit exactly on them, and include infinities.
+TEST(ContrastLevels, VectorRemapGivesTheScalarValues) {
+    uint32_t state[LV_MT_STATE_WORDS];
+    mt_init(state);
+    for (float alpha : {0.55f, 1.0f, 0.0f})
+        for (float g : {-3.7f, 0.0f, 12.25f}) {
+            const lv::CoRemap map = lv::co_remap_for(g, alpha, 0.92f);
+            std::vector<float> in(1003), out(in.size());
+            for (float &v : in)
+                v = g + (float(mt_random(state) % 20001) - 10000.0f) * 0.0003f;
+            in[5] = float(map.hi), in[6] = float(map.lo), in[7] = map.f_hi, in[8] = map.f_lo;
+            in[9] = INFINITY, in[10] = -INFINITY;
+            bool any = false;
+            for (size_t i = 0; i < in.size(); ++i)
+                any |= lv::co_remap(map, in[i]) != in[i];
+            EXPECT_EQ(lv::co_remap_row(map, in.data(), out.data(), int64_t(in.size())), any);
+            for (size_t i = 0; i < in.size(); ++i) {
+                const float want = lv::co_remap(map, in[i]);
+                ASSERT_EQ(std::memcmp(&out[i], &want, 4), 0) << i << " alpha " << alpha;
+            }
+            // The float bounds decide as the double ones do.
+            for (float v : in) {
+                ASSERT_EQ(v > map.f_hi, double(v) > map.hi) << v;
+                ASSERT_EQ(v < map.f_lo, double(v) < map.lo) << v;
+            }
+        }
 }
 
 } // namespace
