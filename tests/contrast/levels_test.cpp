@@ -53,17 +53,6 @@ TEST(ContrastLevels, ReduceWeightsRenormaliseAtBordersCornersAndWrap) {
     }
 }
 
-TEST(ContrastLevels, ReduceGivesTheSameBytesOnBandsAsOnOnePlane) {
-    const int w = 301, h = 803, w2 = 151, h2 = 402;
-    std::vector<float> a(size_t(w * h + w2 * h2));
-    for (size_t i = 0; i < size_t(w * h); ++i)
-        a[i] = float(std::sin(i * 0.37) * 3.0);
-    auto b = a;
-    co_down(w, h, w2, h2, 1, 0, w * h, 1, a.data());
-    co_down(w, h, w2, h2, 1, 0, w * h, 4, b.data()); // 100 rows a band: threads
-    EXPECT_EQ(a, b);
-}
-
 TEST(ContrastLevels, ExpandAndDifferenceAgreeInEveryMode) {
     const float coarse[4] = {1.0f, 2.0f, 3.0f, 4.0f}; // 2 x 2
     struct Case {
@@ -235,6 +224,35 @@ TEST(ContrastLevels, VectorRemapGivesTheScalarValues) {
                 ASSERT_EQ(v < map.f_lo, double(v) < map.lo) << v;
             }
         }
+}
+
+} // namespace
+
+namespace {
+
+// The store is read at the pixel's bracket: the first reference alone at its value, the
+// last alone at or above its value, a linear mix between; outside the references the
+// exact path runs, and with alpha held at 1 it leaves the plain coefficient.
+TEST(ContrastLevels, StoreBracketAtTheFirstAndLastReferenceAndExactOutside) {
+    float p[LV_TMPARAM_COUNT];
+    tmparam_default(3, 0, p);
+    p[0] = -20.0f; // compression slope above 1, held to 1: the remapping is the identity
+    p[10] = 0.0f;
+    p[11] = 1.0f / 3.051851e-05f;
+    const float refs[3] = {0.0f, 1.0f, 2.0f};
+    const int64_t offsets[3] = {0, 4, 8};
+    const int16_t store[12] = {10, 10, 10, 10, 20, 20, 20, 20, 40, 40, 40, 40};
+    const float g[4] = {0.0f, 2.0f, 1.5f, 2.5f};
+    const float log_image[4] = {0.0f, 2.0f, 1.5f, 2.5f};
+    float out[4] = {-1.0f, -1.0f, -1.0f, -7.0f};
+    std::vector<float> work(64);
+    EXPECT_EQ(co_process_level(2, 2, 2, 2, 0, p, 3, refs, offsets, store, 1, work.data(), log_image,
+                               0, g, out),
+              2);
+    EXPECT_FLOAT_EQ(out[0], 10.0f);
+    EXPECT_FLOAT_EQ(out[1], 40.0f);
+    EXPECT_FLOAT_EQ(out[2], 30.0f);
+    EXPECT_EQ(out[3], -7.0f);
 }
 
 } // namespace
