@@ -197,6 +197,24 @@ TEST(ContrastLevels, FinishMixesLayersByWeightAndKeepsBlackBlack) {
 
 namespace {
 
+// The vectorised interior of a reduced row against the weights applied one pixel at a time.
+TEST(ContrastLevels, VectorReduceGivesTheScalarValues) {
+    uint32_t state[LV_MT_STATE_WORDS];
+    mt_init(state);
+    const int w = 41, w2 = 21;
+    std::vector<float> rows(3 * w), out(w2);
+    for (float &v : rows)
+        v = float(int(mt_random(state) % 20001) - 10000) * 0.00137f;
+    const float *up = rows.data(), *mid = up + w, *down = mid + w;
+    co_reduce_row(w, w2, 0, up, mid, down, out.data());
+    for (int x = 1; x < w2 - 1; ++x) {
+        const int s = 2 * x;
+        const float a = ((up[s] + down[s]) + mid[s - 1]) + mid[s + 1];
+        const float b = ((up[s - 1] + up[s + 1]) + down[s - 1]) + down[s + 1];
+        ASSERT_EQ(out[x], mid[s] * 0.25f + a * 0.125f + b * 0.0625f) << x;
+    }
+}
+
 // The vectorised remapping against the one-value form, on values that straddle the band's
 // edges, sit exactly on them, and include infinities.
 TEST(ContrastLevels, VectorRemapGivesTheScalarValues) {
