@@ -16,6 +16,7 @@
 #include "frame/band_threads.h"
 #include "lumivantor/lumivantor.h"
 #ifdef LV_HAVE_LVHDR
+#include "commands.h"
 #include "hdr_pipeline.h"
 #endif
 
@@ -336,6 +337,33 @@ void photographers_checks(const char *name, Hdr &img) {
     const std::string base = std::string(LV_BINARY_DIR) + "/optimizer-" + name;
     EXPECT_TRUE(lvhdr::write_image(base + ".png", out, err)) << err;
     EXPECT_TRUE(lvhdr::write_image(base + "-global.png", glob, err)) << err;
+}
+
+// The command line: the optimizer's sliders are checked against their own ranges, and a
+// run writes the picture.
+TEST(ContrastOptimizerTool, TonemapMethodOptimizerChecksSlidersAndWrites) {
+    Hdr img = synthetic(64, 48);
+    lvhdr::HdrImage hdr;
+    hdr.width = img.width, hdr.height = img.height, hdr.rgbe = img.rgbe;
+    const std::string dir = std::string(LV_BINARY_DIR) + "/", in = dir + "optimizer-tool.hdr",
+                      out = dir + "optimizer-tool.png";
+    std::string err;
+    ASSERT_TRUE(lvhdr::write_hdr(in, hdr, err)) << err;
+    std::remove(out.c_str());
+    auto run = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"lvhdr", "tonemap", "--method", "optimizer", "-o", out});
+        args.push_back(in);
+        std::vector<char *> argv;
+        for (auto &a : args)
+            argv.push_back(a.data());
+        return lvhdr::cmd_tonemap(int(argv.size()), argv.data());
+    };
+    EXPECT_EQ(run({"--compression", "170"}), 2);
+    EXPECT_EQ(run({"--white-clip", "-1"}), 2);
+    EXPECT_EQ(run({"--brightness", "3"}), 2);
+    EXPECT_FALSE(std::ifstream(out).good());
+    EXPECT_EQ(run({"--compression", "80", "--detail", "3", "--gamma", "-2", "--bits", "16"}), 0);
+    EXPECT_TRUE(std::ifstream(out).good());
 }
 
 TEST(ContrastOptimizerPhotos, NightAndStreetPassThePhotographersChecks) {
