@@ -236,36 +236,6 @@ TEST(ContrastOptimizer, LdrSamplesInEitherOrder) {
     }
 }
 
-// Halo check: a dark field beside one 256 times brighter, each with fine texture. Along
-// the row the output must not overshoot near the edge by more than 4 % of its range
-// beyond the level it settles to further away.
-TEST(ContrastOptimizer, NoHaloAcrossAStrongEdge) {
-    const int w = 400, h = 64;
-    Hdr img = make_hdr(w, h, [](int x, int y, float *c) {
-        const float v = (x < w / 2 ? 0.01f : 2.56f) * (1.0f + 0.05f * ((x + y) % 2));
-        c[0] = c[1] = c[2] = v;
-    });
-    Job run(img, 1);
-    run.go();
-    const auto m = run.luminance_map();
-    std::vector<float> profile(w, 0.0f);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            profile[x] += m[size_t(y) * w + x] / h;
-    auto mean = [&](int a, int b) {
-        float s = 0;
-        for (int x = a; x < b; ++x)
-            s += profile[x];
-        return s / (b - a);
-    };
-    const float dark = mean(20, 80), bright = mean(w - 80, w - 20), range = bright - dark;
-    ASSERT_GT(range, 0.1f);
-    const float peak = *std::max_element(profile.begin() + w / 2, profile.end() - 20);
-    const float dip = *std::min_element(profile.begin() + 20, profile.begin() + w / 2);
-    EXPECT_LT((peak - bright) / range, 0.04f) << "bright side overshoots at the edge";
-    EXPECT_LT((dark - dip) / range, 0.04f) << "dark side undershoots at the edge";
-}
-
 #ifdef LV_HAVE_LVHDR
 
 // The bracket of a sample folder merged with its exposure times.
