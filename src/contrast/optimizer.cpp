@@ -194,33 +194,22 @@ int co_job_fill_store(CoJob &job) {
     if (parallel) {
         for (int first = 0; first < count; first += threads) {
             const int batch = std::min(threads, count - first);
-            CoPrecalcArgs args[CO_MAX_REFERENCES];
-            pthread_t ids[CO_MAX_REFERENCES];
-            pthread_attr_t attr;
-            pthread_attr_init(&attr);
-            pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_JOINABLE);
-            int started = 0;
-            for (; started < batch; ++started) {
-                const int i = first + started;
-                args[started] = CoPrecalcArgs{w,
-                                              h,
-                                              job.levels,
-                                              job.p,
-                                              std::max(threads - batch, 0),
-                                              works[started],
-                                              job.log_image,
-                                              job.store + job.stride * i,
-                                              job.refs[i],
-                                              0};
-                if (lv_thread_create(&ids[started], &attr, co_precalculate_threaded,
-                                     &args[started]) != 0)
-                    break;
-            }
-            for (int k = 0; k < started; ++k)
-                pthread_join(ids[k], nullptr);
-            pthread_attr_destroy(&attr);
-            if (started < batch) {
-                // Without the threads the store is incomplete: every pixel takes the
+            const int r = lv::run_threaded<CoPrecalcArgs>(
+                batch, co_precalculate_threaded, [&](CoPrecalcArgs &a, int k, int) {
+                    const int i = first + k;
+                    a = CoPrecalcArgs{w,
+                                      h,
+                                      job.levels,
+                                      job.p,
+                                      std::max(threads - batch, 0),
+                                      works[k],
+                                      job.log_image,
+                                      job.store + job.stride * i,
+                                      job.refs[i],
+                                      0};
+                });
+            if (r < 0) {
+                // Without all its threads the store is incomplete: every pixel takes the
                 // exact path instead.
                 job.p[10] = -1.0f;
                 return 0;
