@@ -159,6 +159,15 @@ struct LevelPass {
 // Largest work tower, in floats, that a band of the level pass gets for itself (4 MB).
 constexpr int64_t kBandWorkLimit = int64_t(1) << 20;
 
+// Target pixel (x2, y2) of the reduce of a w x h plane.
+inline float reduce_one(int w, int h, int wrap, const float *plane, int x2, int y2) {
+    const int sy = 2 * y2;
+    const float *mid = plane + static_cast<size_t>(sy) * w;
+    const float *up = sy > 0 ? mid - w : nullptr;
+    const float *down = sy + 1 < h ? mid + w : nullptr;
+    return reduce_general(w, wrap, up, mid, down, 2 * x2, (up && down) ? 0 : 1);
+}
+
 // The coefficient of one pixel from the reference store: linear between the two
 // references that bracket its value.
 inline float from_store(const LevelPass &lp, float g, size_t idx) {
@@ -215,6 +224,24 @@ void exact_coefficient(const LevelPass &lp, int r, int c, float g, float *work, 
     }
     if (!changed) return;
     const int win_wrap = (lp.wrap_cols && ww == width) ? 1 : 0;
+    if (level == 0) {
+        // One reduce: work out only the (at most four) coarse pixels that the expansion
+        // at this pixel reads, each as the full reduce would.
+        const int w2 = (ww + 1) / 2, h2 = (wh + 1) / 2;
+        const int py = static_cast<int>(std::max<int64_t>(r - r0, 0));
+        const int px = static_cast<int>(std::max<int64_t>(c - c0, 0));
+        const int cx = px >> 1, cy = py >> 1;
+        const int rx = cx + 1 < w2 ? cx + 1 : (win_wrap ? 0 : cx);
+        const int by = cy + 1 < h2 ? cy + 1 : cy;
+        float *coarse = work + static_cast<int64_t>(ww) * wh;
+        for (int y2 : {cy, by})
+            for (int x2 : {cx, rx})
+                coarse[static_cast<size_t>(y2) * w2 + x2] =
+                    reduce_one(ww, wh, win_wrap, work, x2, y2);
+        co_diff(ww, wh, w2, h2, -1, win_wrap, static_cast<int64_t>(py) * ww + px, coarse, work, out,
+                1.0f);
+        return;
+    }
     int w = ww, h = wh, fine_w = w, fine_h = h;
     int64_t off = 0, fine_off = 0;
     for (int k = 0; k <= level; ++k) {
