@@ -17,6 +17,9 @@ const char *main_help =
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
     "  convert   convert an HDR image between .hdr, float .tif and .exr\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
+    "  mirrorball  unwrap a mirror-ball photograph into a latitude-longitude panorama\n"
+    "  probe     print one pixel's values, luminance and stops in an HDR image\n"
+    "  view      write the brightness-adapting viewer square around a pixel as a PNG\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
 
@@ -29,7 +32,10 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
-                            {"convert", lvhdr::cmd_convert}};
+                            {"convert", lvhdr::cmd_convert},
+                            {"mirrorball", lvhdr::cmd_mirrorball},
+                            {"probe", lvhdr::cmd_probe},
+                            {"view", lvhdr::cmd_view}};
 
 } // namespace
 
