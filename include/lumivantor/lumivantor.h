@@ -4,6 +4,7 @@
 
 #include "frame.h"
 #include "fileio.h"
+#include "fusion.h"
 #include "merge.h"
 #include "metadata.h"
 #include "pyramid.h"
