@@ -3,6 +3,7 @@
 #define LUMIVANTOR_H
 
 #include "frame.h"
+#include "ghost.h"
 #include "fileio.h"
 #include "fusion.h"
 #include "merge.h"
