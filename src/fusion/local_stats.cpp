@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "fusion/local.h"
+#include "fusion/weights.h"
 #include "lumivantor/colour.h"
 
 namespace {
@@ -159,6 +160,22 @@ int local_prepare(int n, const float *param, uint8_t *images, DimParam dim, void
     const double s = param[1];
     if (s < 0 && st.b95 >= 0 && st.b98 < st.b95) darken(p1, plane, spp, st, s);
     if (s > 0) brighten(p0, plane, spp, st, s);
+
+    if (param[16] == 1.0f) { // smoothed well-exposedness planes summing to 255
+        auto planes = try_calloc<uint8_t>(static_cast<size_t>(n) * plane);
+        if (!planes) return LV_ERR_NOMEM;
+        FusionWeightSource source{images, spp};
+        int r = adj1_32(dim.width, dim.height, 8, n - 1, &source, planes.get());
+        for (int k = 0; r >= 0 && k < n - 1; ++k)
+            r = smooth_nosubsample(10, dim.width, dim.height, 8, static_cast<int>(k * plane),
+                                   planes.get(), planes.get());
+        if (r >= 0) r = final_poids32(dim.width, dim.height, 8, n, planes.get());
+        if (r < 0) return r;
+        for (int t = 0; t < n; ++t)
+            for (int64_t i = 0; i < plane; ++i)
+                weights[t * pyr + i] = static_cast<int16_t>(planes[t * plane + i] << 7);
+        return 1;
+    }
 
     float ca[256], cb[256];
     exposure_curves(s, param[17] > 0, ca, cb);

@@ -90,15 +90,18 @@ class LocalFusion : public ::testing::TestWithParam<int> {
 
 TEST_P(LocalFusion, ShadowsComeFromTheLiftedPhotographAndLightsFromThePicture) {
     const Pair p = scene(96, 80);
-    auto prm = params();
-    const Fused r = fuse(p, prm.data());
-    ASSERT_EQ(r.result, 1);
-    const int shadow = mean(r.out, p.w, p.h, 4, p.w / 3 - 4);
-    EXPECT_GT(shadow, 60) << "the deep shadow of the picture is lifted";
-    EXPECT_LT(shadow, 125);
-    const int lights = mean(r.out, p.w, p.h, p.w * 2 / 3, p.w);
-    EXPECT_GT(lights, mean(p.images, p.w, p.h, p.w * 2 / 3, p.w) - 40) << "lights stay lit";
-    EXPECT_EQ(r.images, p.images) << "slider 0 leaves both photographs alone";
+    for (float smoothed : {0.0f, 1.0f}) { // own weights, or smoothed planes summing to 255
+        auto prm = params();
+        prm[16] = smoothed;
+        const Fused r = fuse(p, prm.data());
+        ASSERT_EQ(r.result, 1);
+        const int shadow = mean(r.out, p.w, p.h, 4, p.w / 3 - 4);
+        EXPECT_GT(shadow, 60) << "the deep shadow of the picture is lifted " << smoothed;
+        EXPECT_LT(shadow, 125);
+        const int lights = mean(r.out, p.w, p.h, p.w * 2 / 3, p.w);
+        EXPECT_GT(lights, mean(p.images, p.w, p.h, p.w * 2 / 3, p.w) - 40) << "lights stay lit";
+        EXPECT_EQ(r.images, p.images) << "slider 0 leaves both photographs alone";
+    }
 }
 
 TEST_P(LocalFusion, ThreadsBlockPlacementAndFailedThreadStartsGiveIdenticalBytes) {
