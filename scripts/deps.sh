@@ -9,7 +9,7 @@ mode=${1:-build}
 build_pkgs=(cmake ninja-build g++ make pkg-config libjpeg-dev libpng-dev libtiff-dev)
 test_pkgs=(libgtest-dev clang libclang-rt-dev python3 python3-numpy python3-opencv pfstools
            libimage-exiftool-perl libtiff-tools)
-bench_pkgs=(python3-opencv pfstools pfstmo time)
+bench_pkgs=(python3-opencv pfstools pfstmo time enfuse)
 
 want=("${build_pkgs[@]}")
 case "$mode" in

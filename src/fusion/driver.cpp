@@ -110,12 +110,14 @@ int lv_fusion5(LvProgressCallback callback, float *param, void *aux, int n, int 
     bool accum_in_block = false, weights_in_block = false;
     int res3 = 1, reference = 0;
     if (!rerun) {
-        // Low-memory route: photographs and weights on disk, the photographs' buffer reused.
+        // Low-memory route: photographs and weights on disk, the photographs' buffer reused
+        // for the weight planes and then the accumulator, where they fit.
         TempFiles files;
         const int64_t photo_bytes = samples * (dim.bpsIn / 8);
         bool use_files = opt.lowMemory && opt.sourceFile && opt.tempPath1 && opt.tempPath2 &&
                          (n >= 3 || dim.bpsIn >= 16) && !two_stage &&
-                         weightBits / 8 * plane <= photo_bytes && files.open(opt);
+                         weightBits / 8 * plane <= photo_bytes && accum_bytes <= n * photo_bytes &&
+                         files.open(opt);
         if (use_files) {
             row_buffer = lv::try_calloc<uint8_t>(static_cast<size_t>(W) * S * n * (dim.bpsIn / 8));
             if (!row_buffer) return LV_ERR_NOMEM;
