@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <unistd.h>
+#include <vector>
 
 namespace lvhdr {
 namespace {
@@ -137,9 +138,10 @@ int fuse_bracket(Bracket &bracket, const FuseSettings &settings, Image &out, std
         error = "not enough memory for a bracket of this size";
         return -4;
     }
-    int order = -1;
-    const int rc = lv_fusion(settings.callback, p, nullptr, bracket.count, 16, 16, o, d, 0,
-                             bracket.samples.data(), &order, nullptr, size_t(block), memory.get());
+    std::vector<int> order(size_t(bracket.count), -1); // no selection
+    const int rc =
+        lv_fusion(settings.callback, p, nullptr, bracket.count, 16, 16, o, d, 0,
+                  bracket.samples.data(), order.data(), nullptr, size_t(block), memory.get());
     if (rc < 0) {
         error = rc == -1 ? "interrupted" : "the fusion failed (code " + std::to_string(rc) + ")";
         return rc;

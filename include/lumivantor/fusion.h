@@ -15,8 +15,9 @@
  *     mem4fusion(p[9] == 1.0f ? 2 : 1, n, 16, 16, &bytes, d);
  *     size_t lead = 2 * 3 * (size_t)pyram_len2(w, h);   // the image tower, ahead of memSize
  *     void *memory = calloc(lead + bytes, 1);
- *     int order = -1;                                 // no selection mask
- *     int r = lv_fusion(NULL, p, NULL, n, 16, 16, o, d, 0, images, &order, NULL,
+ *     int *order = calloc(n, sizeof *order);         // n entries; order[0] = -1:
+ *     order[0] = -1;                                  // no selection mask
+ *     int r = lv_fusion(NULL, p, NULL, n, 16, 16, o, d, 0, images, order, NULL,
  *                       (size_t)bytes, memory);      // picture at memory, r == 1
  *
  * images is working space and is overwritten. A run changes p: pass a fresh block each time.
@@ -43,7 +44,7 @@ LV_API int mem4fusion(int mode, int n, int weightBits, int accumBits, uint64_t *
 
 /* Fuses n photographs (images, back to back, dim.bpsIn bits) into memory at dim.bpsOut,
  * strideOut and swapRedBlue, finished by the colour pass (aux is its mask). weightBits 8, 16
- * or 32, accumBits 16. order[0] < 0: no selection. Returns 1, -2 for unsupported depths or
+ * or 32, accumBits 16. order: n entries, order[0] < 0: no selection. Returns 1, -2 for unsupported depths or
  * a failed temp-file write, -3 for a failed temp-file read, -4 out of memory, -1 when the
  * host cancels the two-stage method through callback. */
 LV_API int lv_fusion(LvProgressCallback callback, float *param, void *aux, int n, int weightBits,

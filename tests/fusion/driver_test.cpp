@@ -52,10 +52,10 @@ struct Job {
         std::vector<uint8_t> memory(lead + bytes);
         std::vector<uint8_t> images = bracket(w, h, n, bitsIn);
         if (use_saved && saved.empty()) saved.resize(size_t(w) * h * 3 * 2);
-        int order = -1;
+        std::vector<int> order(size_t(n), -1);
         const int r = lv_fusion5(cb, p.data(), nullptr, n, 16, 16, opt, d, 0,
-                                 use_saved ? saved.data() : nullptr, images.data(), &order, nullptr,
-                                 opt.lowMemory ? 0 : bytes, memory.data());
+                                 use_saved ? saved.data() : nullptr, images.data(), order.data(),
+                                 nullptr, opt.lowMemory ? 0 : bytes, memory.data());
         out.assign(memory.begin(), memory.begin() + size_t(w) * h * 3 * bitsOut / 8);
         return r;
     }
