@@ -6,7 +6,7 @@
 #ifdef LV_HAVE_LVHDR
 #include <algorithm>
 #include <csignal>
-#include <dirent.h>
+#include <glob.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,15 +20,10 @@ namespace {
 
 std::vector<std::string> frames(const std::string &folder, const std::string &ext) {
     std::vector<std::string> paths;
-    if (DIR *d = opendir(folder.c_str())) {
-        while (dirent *e = readdir(d)) {
-            const std::string name = e->d_name;
-            if (name.size() > ext.size() && name.substr(name.size() - ext.size()) == ext)
-                paths.push_back(folder + "/" + name);
-        }
-        closedir(d);
-    }
-    std::sort(paths.begin(), paths.end()); // darkest first
+    glob_t g;
+    if (glob((folder + "/*" + ext).c_str(), 0, nullptr, &g) == 0)
+        paths.assign(g.gl_pathv, g.gl_pathv + g.gl_pathc); // sorted: darkest first
+    globfree(&g);
     return paths;
 }
 
@@ -125,9 +120,6 @@ TEST(FusionTool, LowMemoryMatchesAndLeavesNoTempFolderAndCtrlCLeavesNoOutput) {
         inputs += " " + p;
     const std::string exe = LVHDR_EXE;
     ASSERT_EQ(run(exe + " fuse -o " + dir + "/mem.png" + inputs + " >/dev/null"), 0);
-    ASSERT_EQ(run("TMPDIR=" + dir + "/tmp " + exe + " fuse --low-memory --bits 16 -o " + dir +
-                  "/low16.png" + inputs + " >/dev/null"),
-              0);
     ASSERT_EQ(run("TMPDIR=" + dir + "/tmp " + exe + " fuse --low-memory -o " + dir + "/low.png" +
                   inputs + " >/dev/null"),
               0);
