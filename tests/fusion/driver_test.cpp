@@ -31,7 +31,7 @@ std::vector<uint8_t> bracket(int w, int h, int n, int bits) {
 }
 
 struct Job {
-    int w = 48, h = 40, n = 3, bitsIn = 8, bitsOut = 8, method = 10, threads = 0;
+    int w = 48, h = 40, n = 3, bitsIn = 8, bitsOut = 8, method = 10, threads = 0, wbits = 16;
     OptimParam opt{};
     std::vector<float> p;
     std::vector<uint8_t> saved;
@@ -47,13 +47,13 @@ struct Job {
         d.width = w, d.height = h, d.bpsIn = bitsIn, d.bpsOut = bitsOut, d.strideOut = 3 * w;
         opt.numThreads = threads;
         uint64_t bytes = 0;
-        mem4fusion(method == 15 ? 2 : 1, n, 16, 16, &bytes, d);
+        mem4fusion(method == 15 ? 2 : 1, n, wbits, 16, &bytes, d);
         const size_t lead = 2 * 3 * size_t(pyram_len2(w, h));
         std::vector<uint8_t> memory(lead + bytes);
         std::vector<uint8_t> images = bracket(w, h, n, bitsIn);
         if (use_saved && saved.empty()) saved.resize(size_t(w) * h * 3 * 2);
         std::vector<int> order(size_t(n), -1);
-        const int r = lv_fusion5(cb, p.data(), nullptr, n, 16, 16, opt, d, 0,
+        const int r = lv_fusion5(cb, p.data(), nullptr, n, wbits, 16, opt, d, 0,
                                  use_saved ? saved.data() : nullptr, images.data(), order.data(),
                                  nullptr, opt.lowMemory ? 0 : bytes, memory.data());
         out.assign(memory.begin(), memory.begin() + size_t(w) * h * 3 * bitsOut / 8);
@@ -104,6 +104,15 @@ TEST(FusionDriver, LowMemoryRouteGivesTheSameBytesAndFailsOrFallsBackAsDocumente
         job.opt.tempPath2 = w2.c_str();
         ASSERT_EQ(job.run(out), 1);
         EXPECT_EQ(out, ref) << bits << "-bit through temp files";
+        job.wbits = 8; // level 0 of 8-bit weights comes through the row buffer
+        const int lowmem = job.opt.lowMemory;
+        job.opt.lowMemory = 0;
+        std::vector<uint8_t> ref8;
+        ASSERT_EQ(job.run(ref8), 1);
+        job.opt.lowMemory = lowmem;
+        ASSERT_EQ(job.run(out), 1);
+        EXPECT_EQ(out, ref8) << bits << "-bit with 8-bit weights through temp files";
+        job.wbits = 16;
         EXPECT_EQ(access(src.c_str(), F_OK), 0) << "the files are left for the caller";
 
         const std::string missing = dir + "/no/such/folder";
