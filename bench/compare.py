@@ -72,6 +72,7 @@ def exposure_times(lvhdr, frames):
 
 def main():
     lvhdr, hdr_io, data, work = sys.argv[1:5]
+    fp_io = os.path.join(os.path.dirname(hdr_io), "bench_float_tiff")
     frames = sorted(glob.glob(os.path.join(data, "*.jp*g")))
     if len(frames) < 2:
         sys.exit("bench/compare: no bracket in %s" % data)
@@ -99,6 +100,23 @@ def main():
     rows.append((".hdr read", "lumivantor lv_io_read_rgbe", *t, ""))
     t = best([PY, peers, "read", ours_hdr], kv)
     rows.append((".hdr read", "OpenCV imread", *t, ""))
+
+    # Float TIFF rows also quote processor time, which a loaded machine disturbs less.
+    ours_tif = os.path.join(work, "ours.tif")
+    tiff_ops = [("float TIFF write", "lumivantor fp_save", [fp_io, "write", ours_hdr, ours_tif],
+                 "uncompressed, one strip"),
+                ("float TIFF write", "OpenCV imwrite",
+                 [PY, peers, "tiffwrite", ours_hdr, os.path.join(work, "opencv.tif")],
+                 "uncompressed"),
+                ("float TIFF read", "lumivantor fp2rgbe", [fp_io, "read", ours_tif],
+                 "to planar RGBE"),
+                ("float TIFF read", "OpenCV imread", [PY, peers, "tiffread", ours_tif],
+                 "to float BGR")]
+    for task, tool, cmd, note in tiff_ops:
+        cpu = []
+        t = best(cmd, lambda out, wall: (cpu.append(float(re.search(r"cpu=([\d.]+)", out)
+                                                          .group(1))), kv(out, wall))[1])
+        rows.append((task, tool, *t, "%s; cpu %.3f s" % (note, min(cpu))))
 
     t = best([lvhdr, "tonemap", "--timings", "-o", os.path.join(work, "ours.png"), ours_hdr],
              lvhdr_timing("tonemap", mp))

@@ -7,6 +7,8 @@
   peers_opencv.py tonemap IN.hdr OUT.png TonemapReinhard to 8 bits
   peers_opencv.py fuse OUT.png IMG...    MergeMertens exposure fusion to 8 bits, 2 threads
   peers_opencv.py tiffs DIR IMG...       uncompressed TIFF copies of the frames (no timing)
+  peers_opencv.py tiffwrite IN.hdr OUT.tif  imwrite of uncompressed float TIFF (after reading)
+  peers_opencv.py tiffread IN.tif        imread of a float TIFF
 
 TIMES is a comma-separated list of exposure times in seconds. Decoding and file reads that
 only prepare the input are left out of the time, as they are on our side. Prints
@@ -73,6 +75,20 @@ def main():
             img = cv2.imread(p, cv2.IMREAD_COLOR | cv2.IMREAD_IGNORE_ORIENTATION)
             name = p.rsplit("/", 1)[-1].rsplit(".", 1)[0] + ".tif"
             cv2.imwrite(args[0] + "/" + name, img, [cv2.IMWRITE_TIFF_COMPRESSION, 1])
+    elif op == "tiffwrite":
+        img = read_hdr(args[0])
+        t0, c0 = time.perf_counter(), time.process_time()
+        if not cv2.imwrite(args[1], img, [cv2.IMWRITE_TIFF_COMPRESSION, 1]):
+            sys.exit("peers_opencv: %s: write failed" % args[1])
+        print("cpu=%.6f" % (time.process_time() - c0))
+        report(time.perf_counter() - t0, img)
+    elif op == "tiffread":
+        t0, c0 = time.perf_counter(), time.process_time()
+        img = cv2.imread(args[0], cv2.IMREAD_UNCHANGED)
+        if img is None:
+            sys.exit("peers_opencv: %s: OpenCV cannot read it" % args[0])
+        print("cpu=%.6f" % (time.process_time() - c0))
+        report(time.perf_counter() - t0, img)
     else:
         sys.exit("usage: see the module's docstring")
 

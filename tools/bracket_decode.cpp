@@ -20,6 +20,13 @@ bool decode_bracket(const std::vector<std::string> &paths, Bracket &bracket,
         failed = path;
         Image frame;
         if (!read_image(path, frame, error)) return false;
+        if (uint64_t(frame.width) * uint64_t(frame.height) * uint64_t(n) > max_pixels()) {
+            error = "a bracket of " + std::to_string(n) + " images of " +
+                    std::to_string(frame.width) + "x" + std::to_string(frame.height) +
+                    " is more than the limit of " + std::to_string(max_pixels()) +
+                    " pixels (raise it with --max-pixels)";
+            return false;
+        }
         // Phones store frames sideways and say so in EXIF; use them upright.
         turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
         if (!bracket.add(frame, error)) return false;

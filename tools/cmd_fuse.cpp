@@ -3,6 +3,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "fuse_pipeline.h"
+#include "hdr_files.h"
 #include "progress_bar.h"
 
 #include <lumivantor/lumivantor.h>
@@ -40,6 +41,7 @@ const char *fuse_help =
     "  --threads N          worker threads (default 2)\n"
     "  --low-memory         keep the photographs and weights in temp files while blending\n"
     "                       (plain method, three or more photographs or 16-bit ones)\n"
+    "  --max-pixels N       refuse brackets of more than N pixels in all (default 1073741824)\n"
     "  --timings            print how long each step took\n"
     "  -h, --help           show this help\n"
     "\n"
@@ -166,8 +168,10 @@ int cmd_fuse(int argc, char **argv) {
                      {"--bits", nullptr, true},
                      {"--threads", nullptr, true},
                      {"--low-memory", nullptr, false},
+                     {"--max-pixels", nullptr, true},
                      {"--timings", nullptr, false}},
-                    args, err))
+                    args, err) ||
+        !parse_max_pixels(args, err))
         return usage_error("fuse", err);
     if (args.has("--help")) {
         std::fputs(fuse_help, stdout);

@@ -1,6 +1,7 @@
 // lvhdr tonemap: a Radiance HDR file to an 8- or 16-bit picture.
 #include "cli.h"
 #include "commands.h"
+#include "hdr_files.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
 
@@ -81,10 +82,9 @@ int cmd_tonemap(int argc, char **argv) {
 
     const std::string &in_path = args.positional[0];
     if (sniff_file(in_path) == FileKind::missing) return fail(in_path, "no such file");
-    if (sniff_file(in_path) != FileKind::radiance) return fail(in_path, "not a Radiance HDR file");
     Stopwatch clock;
     HdrImage hdr;
-    if (!read_hdr(in_path, hdr, err)) return fail(in_path, err);
+    if (!load_hdr_file(in_path, hdr, err)) return fail(in_path, err);
     const double t_read = clock.lap();
     Image picture;
     {

@@ -16,6 +16,7 @@ const char *main_help =
     "  merge     merge a bracket of JPEG, PNG or TIFF photographs into a .hdr file\n"
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
     "  fuse      blend a bracket straight into a picture by exposure fusion\n"
+    "  convert   convert an HDR image between .hdr, float .tif and .exr\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
@@ -29,7 +30,8 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
-                            {"fuse", lvhdr::cmd_fuse}};
+                            {"fuse", lvhdr::cmd_fuse},
+                            {"convert", lvhdr::cmd_convert}};
 
 } // namespace
 
