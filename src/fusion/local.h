@@ -108,9 +108,9 @@ template <class T> std::unique_ptr<T[]> try_calloc(size_t count) {
     return std::unique_ptr<T[]>(new (std::nothrow) T[count ? count : 1]());
 }
 
-// Sampled coefficient of pixel i of `level`, channel c: interpolation between the two
-// anchor towers around the pixel's luminance v.
-int sampled_coefficient(const LocalFusionJob &job, int level, int64_t pixel, int c, int v);
+// Sampled coefficients of one pixel of `level` into out[0..spp): interpolation between
+// the two anchor towers around the pixel's luminance v.
+void sampled_pixel(const LocalFusionJob &job, int level, int64_t pixel, int v, int16_t *out);
 // Luminance of an 8-bit pixel with which a coefficient picks its anchors.
 inline int anchor_luma(const uint8_t *px, int spp) {
     return (6528 * px[0] + 22912 * px[(spp - 1) / 2] + 3200 * px[spp - 1]) >> 15;

@@ -10,7 +10,7 @@
 
 namespace lv {
 
-int sampled_coefficient(const LocalFusionJob &job, int level, int64_t pixel, int c, int v) {
+void sampled_pixel(const LocalFusionJob &job, int level, int64_t pixel, int v, int16_t *out) {
     const int *a = job.anchors;
     int lo = 0, hi = 0;
     if (v >= a[3]) {
@@ -23,10 +23,13 @@ int sampled_coefficient(const LocalFusionJob &job, int level, int64_t pixel, int
     }
     const int span = a[hi] - a[lo];
     const float t = span > 0 ? static_cast<float>(a[hi] - v) / static_cast<float>(span) : 1.0f;
-    const int64_t at = (job.levelOffset[level] + pixel) * job.dim.samplesPerPixel + c;
-    const float upper = job.anchorTowers[job.anchorOffset[hi] + at];
-    const float lower = job.anchorTowers[job.anchorOffset[lo] + at];
-    return static_cast<int>(upper * (1.0f - t) + lower * t);
+    const int spp = job.dim.samplesPerPixel;
+    const int64_t at = (job.levelOffset[level] + pixel) * spp;
+    const int16_t *upper = job.anchorTowers + job.anchorOffset[hi] + at;
+    const int16_t *lower = job.anchorTowers + job.anchorOffset[lo] + at;
+    for (int c = 0; c < spp; ++c)
+        out[c] = static_cast<int16_t>(static_cast<int>(static_cast<float>(upper[c]) * (1.0f - t) +
+                                                       static_cast<float>(lower[c]) * t));
 }
 
 } // namespace lv
@@ -64,9 +67,7 @@ int fusion_process_sampled_level_orig(const LocalFusionJob *job, int level, int 
         for (int x = 0; x < lw; ++x) {
             const int64_t i = static_cast<int64_t>(y) * lw + x;
             const int v = lv::anchor_luma(lum + i * spp, spp);
-            for (int c = 0; c < spp; ++c)
-                out[i * spp + c] =
-                    static_cast<int16_t>(lv::sampled_coefficient(*job, level, i, c, v));
+            lv::sampled_pixel(*job, level, i, v, out + i * spp);
         }
     return 1;
 }
@@ -123,9 +124,7 @@ int fusion_process_level(int n, int width, int height, int level, int unused, co
             const int64_t i = static_cast<int64_t>(y) * width + x;
             const int v = lv::anchor_luma(lum + i * spp, spp);
             if (may_sample && v >= anchors[0] && v <= anchors[3]) {
-                for (int c = 0; c < spp; ++c)
-                    dst[i * spp + c] =
-                        static_cast<int16_t>(lv::sampled_coefficient(*job, level, i, c, v));
+                lv::sampled_pixel(*job, level, i, v, dst + i * spp);
                 continue;
             }
             int centre_w[8];
