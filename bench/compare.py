@@ -158,6 +158,25 @@ def main():
     t = best([lvhdr, "fuse", "--timings", "--threads", "2", "--low-memory", "-o", fused]
              + frames, lvhdr_timing("fuse", bracket_mp))
     rows.append(("fuse low-memory", "lumivantor lv_fusion method 10", *t, "temp-file route"))
+    # The contrast optimizer (local tone map) at its defaults on 1 and 2 threads, beside a
+    # local operator of pfstools. Its own program prints the step times and the share of
+    # coefficients that took the exact path per level.
+    optimizer = os.path.join(os.path.dirname(hdr_io), "bench_optimizer")
+    for threads in (1, 2):
+        out, _, _ = run([optimizer, ours_hdr, str(threads)])
+        t = best([optimizer, ours_hdr, str(threads)], kv)
+        steps = " ".join("%s %s" % kv_ for kv_ in re.findall(
+            r"(acquire|tower|stats|store|levels|collapse|finish)=([\d.]+)", out))
+        exact = re.search(r"exact_percent_by_level=([\d.,]+)", out).group(1)
+        rows.append(("local tone map", "lumivantor lv_tm_optimizer %dT" % threads, *t,
+                     "steps s: %s; exact %% by level: %s" % (steps, exact)))
+        if threads == 1:
+            def durand():
+                with open(pfs_in, "rb") as i, open(os.path.join(work, "durand.pfs"), "wb") as o:
+                    return run(["pfstmo_durand02"], stdin=i, stdout=o)
+            results = [durand() for _ in range(REPEAT)]
+            rows.append(("local tone map", "pfstmo_durand02", min(r[2] for r in results),
+                         max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
 
     print("bracket: %d x %.1f MP from %s; best of %d runs; ratio = peer / lumivantor"
           % (len(frames), mp, data, REPEAT))

@@ -4,6 +4,7 @@
 #include "hdr_files.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
+#include "tonemap_optimizer.h"
 
 #include <cstdio>
 
@@ -41,14 +42,21 @@ int cmd_tonemap(int argc, char **argv) {
                      {"--saturation", nullptr, true},
                      {"--temperature", nullptr, true},
                      {"--bits", nullptr, true},
-                     {"--timings", nullptr, false}},
+                     {"--timings", nullptr, false},
+                     {"--detail", nullptr, true},
+                     {"--level-dependence", nullptr, true},
+                     {"--white-clip", nullptr, true},
+                     {"--black-clip", nullptr, true},
+                     {"--gamma", nullptr, true}},
                     args, err))
         return usage_error("tonemap", err);
     if (args.has("--help")) {
         std::fputs(tonemap_help, stdout);
+        std::fputs(tonemap_optimizer_help, stdout);
         return exit_ok;
     }
     const std::string method = args.get("--method", "simple");
+    if (method == "optimizer") return cmd_tonemap_optimizer(args);
     if (method != "simple")
         return usage_error("tonemap", "unknown method '" + method + "' (available: simple)");
     const std::string out_path = args.get("--output");

@@ -10,5 +10,6 @@
 #include "metadata.h"
 #include "pyramid.h"
 #include "tonemap.h"
+#include "geometry.h"
 
 #endif
