@@ -12,5 +12,6 @@ int cmd_convert(int argc, char **argv);
 int cmd_mirrorball(int argc, char **argv);
 int cmd_probe(int argc, char **argv);
 int cmd_view(int argc, char **argv);
+int cmd_fuse(int argc, char **argv);
 
 } // namespace lvhdr
