@@ -7,6 +7,7 @@
 #include "fileio.h"
 #include "merge.h"
 #include "metadata.h"
+#include "pyramid.h"
 #include "tonemap.h"
 
 #endif
