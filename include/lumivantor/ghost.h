@@ -1,6 +1,11 @@
 /*
- * lumivantor ghosts: the selection file that saves a user's ghost selections, and the
- * views and helpers a host uses to show and edit them.
+ * lumivantor ghosts: detection of moving content as a bit mask, the selection file that saves
+ * a user's ghost selections, and the views and helpers a host uses to show and edit them.
+ *
+ * Detection, with the exposures derived from the images (mask cleared, (w * h + 7) / 8 bytes):
+ *
+ *     float sensitivity = 60.0f;
+ *     lv_ghost_detect(&sensitivity, n, w, h, 3, 8, 0, exposures, bracket, mask, 0.0f);
  *
  * A selection is a closed path of integer points plus one integer the host chooses (the
  * exposure to take inside it). A host holds n selections as three parallel arrays:
@@ -29,6 +34,17 @@
 #include "export.h"
 
 LV_EXTERN_C_BEGIN
+
+/* ---- Detection ---- */
+
+/* Marks moving content of a bracket (n images end to end, 8 or 16 bits, as for the merge) in
+ * a cleared bit mask, one bit a pixel, row-major, no row padding, most significant bit first.
+ * *sensitivity is truncated to an integer t (larger finds fewer ghosts); step > -0.5 derives
+ * exposures into exposures[n], otherwise they are the caller's. Returns width * height rounded
+ * up to a multiple of 8, 0 for an empty image, -2 for another depth, -4 out of memory. */
+LV_API int lv_ghost_detect(const float *sensitivity, int n, int width, int height, int samples,
+                           int bits, int swapRedBlue, float *exposures, const void *images,
+                           uint8_t *mask, float step);
 
 /* ---- Selection file ---- */
 
