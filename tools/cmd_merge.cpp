@@ -2,6 +2,7 @@
 #include "capture_meta.h"
 #include "cli.h"
 #include "exif_walk.h"
+#include "ghost_tools.h"
 #include "commands.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
@@ -29,6 +30,15 @@ const char *merge_help =
     "  --times LIST        exposure times in seconds, one per image, e.g. 1/250,1/60,1/15\n"
     "  --derive            derive the exposures from the images even when EXIF has them\n"
     "  --timings           print how long each step took\n"
+    "  --align             align hand-held frames first (median threshold bitmaps) and\n"
+    "                      crop to the area all frames cover; prints each frame's shift\n"
+    "  --deghost           find moving content and take it from one frame only\n"
+    "  --ghost-sensitivity T  40 to 100, larger finds fewer ghosts (default 90)\n"
+    "  --ghost-mask FILE   write the ghost regions over a preview of the middle frame (PNG)\n"
+    "  --save-selection FILE  save the ghost regions' outlines as a selection file\n"
+    "  --selection FILE    take the ghost regions from a saved or edited selection file\n"
+    "  --batch N|auto      merge a shoot: N frames a bracket in file order, or by the EXIF\n"
+    "                      exposure sequence; -o names a folder, IMAGE may be a folder\n"
     "  -h, --help          show this help\n";
 
 // Parses "1/250,1/60,0.5" into seconds.
@@ -61,13 +71,21 @@ int cmd_merge(int argc, char **argv) {
                      {"--ev-step", nullptr, true},
                      {"--times", nullptr, true},
                      {"--derive", nullptr, false},
-                     {"--timings", nullptr, false}},
+                     {"--timings", nullptr, false},
+                     {"--align", nullptr, false},
+                     {"--deghost", nullptr, false},
+                     {"--ghost-sensitivity", nullptr, true},
+                     {"--ghost-mask", nullptr, true},
+                     {"--save-selection", nullptr, true},
+                     {"--selection", nullptr, true},
+                     {"--batch", nullptr, true}},
                     args, err))
         return usage_error("merge", err);
     if (args.has("--help")) {
         std::fputs(merge_help, stdout);
         return exit_ok;
     }
+    if (args.has("--batch")) return run_batch(args);
     const std::string out_path = args.get("--output");
     if (out_path.empty()) return usage_error("merge", "no output file given (-o OUT.hdr)");
     if (extension_of(out_path) != "hdr")
@@ -79,6 +97,8 @@ int cmd_merge(int argc, char **argv) {
         return usage_error("merge", err);
     if (args.has("--ev-step") + args.has("--derive") + args.has("--times") > 1)
         return usage_error("merge", "--ev-step, --times and --derive exclude each other");
+    DeghostOptions ghosts;
+    if (!deghost_options(args, ghosts, err)) return usage_error("merge", err);
     std::vector<float> given_times;
     if (args.has("--times")) {
         if (!parse_times(args.get("--times"), given_times, err)) return usage_error("merge", err);
@@ -94,19 +114,27 @@ int cmd_merge(int argc, char **argv) {
     bracket.planned = n;
     std::vector<MetadataBuf> meta(static_cast<size_t>(n));
     bool all_have_exif = true;
+    std::vector<Image> frames(static_cast<size_t>(n));
     {
         ProgressBar bar("decoding");
         for (int i = 0; i < n; ++i) {
             const std::string &path = args.positional[size_t(i)];
-            Image frame;
+            Image &frame = frames[size_t(i)];
             if (!read_image(path, frame, err)) return fail(path, err);
             // Phones store frames sideways and say so in EXIF; merge them upright.
             turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
-            if (!bracket.add(frame, err)) return fail(path, err);
             if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;
+            // Alignment needs every frame; otherwise each goes into the bracket at once.
+            if (!args.has("--align") && !bracket.add(frame, err)) return fail(path, err);
+            if (!args.has("--align")) frame = Image{};
             bar.update(float(i + 1) / n);
         }
     }
+    if (args.has("--align") && !align_and_report(frames, args.positional, err))
+        return fail(args.positional[0], err);
+    for (int i = 0; args.has("--align") && i < n; ++i)
+        if (!bracket.add(frames[size_t(i)], err)) return fail(args.positional[size_t(i)], err);
+    frames.clear();
     const double t_decode = clock.lap();
 
     ExposureSource source = ExposureSource::given;
@@ -127,6 +155,10 @@ int cmd_merge(int argc, char **argv) {
             if (!(e > 0)) source = ExposureSource::derived;
         if (source == ExposureSource::derived) origin = "the images' brightness";
     }
+
+    if ((args.has("--deghost") || args.has("--selection")) &&
+        !deghost_and_report(bracket, source, float(step), exposures, ghosts, err))
+        return fail(out_path, err);
 
     HdrImage hdr;
     float stats[3] = {0, 0, 0};
