@@ -47,11 +47,13 @@ void merge_exposures(const Bracket &b, ExposureSource source, float step,
 
 // Region labels from the detector's bit mask: 8-connected blobs, numbered from 1.
 int detect_regions(const Bracket &b, std::vector<float> &exposures, float sensitivity,
-                   cv::Mat &labels, std::string &error) {
+                   cv::Mat &labels, double &seconds, std::string &error) {
     const size_t pixels = size_t(b.width) * b.height;
     std::vector<uint8_t> bits((pixels + 7) / 8, 0);
+    Stopwatch clock;
     const int rc = lv_ghost_detect(&sensitivity, b.count, b.width, b.height, 3, b.bits, 0,
                                    exposures.data(), b.samples.data(), bits.data(), -1.0f);
+    seconds = clock.lap();
     if (rc < 0) {
         error = rc == -4 ? "out of memory in ghost detection" : "ghost detection failed";
         return -1;
@@ -184,14 +186,15 @@ bool deghost_bracket(Bracket &b, ExposureSource source, float step, std::vector<
     int regions;
     try {
         merge_exposures(b, source, step, exposures);
+        double seconds = 0;
         regions = options.selection.empty()
-                      ? detect_regions(b, exposures, options.sensitivity, labels, error)
+                      ? detect_regions(b, exposures, options.sensitivity, labels, seconds, error)
                       : read_selection(b, options.selection, labels, reference, error);
         if (regions < 0) return false;
         reference.resize(size_t(regions), -1);
         const std::vector<uint8_t> views = views_of(b);
         std::vector<int64_t> counts(size_t(b.count));
-        report = DeghostReport{regions, 0, {}};
+        report = DeghostReport{regions, 0, seconds, {}};
         for (int r = 1; r <= regions; ++r) {
             const cv::Rect box = cv::boundingRect(labels == r);
             int &ref = reference[size_t(r - 1)];
@@ -250,10 +253,10 @@ bool deghost_and_report(Bracket &bracket, ExposureSource &source, float step,
     DeghostReport report;
     if (!deghost_bracket(bracket, source, step, exposures, options, report, error)) return false;
     source = ExposureSource::given;
-    std::printf("ghosts: %d region%s, %lld pixels (%.2f %% of the frame)%s\n", report.regions,
-                report.regions == 1 ? "" : "s", report.pixels,
+    std::printf("ghosts: %d region%s, %lld pixels (%.2f %% of the frame)%s, found in %.3f s\n",
+                report.regions, report.regions == 1 ? "" : "s", report.pixels,
                 100.0 * double(report.pixels) / (double(bracket.width) * bracket.height),
-                options.selection.empty() ? "" : " from the selection");
+                options.selection.empty() ? "" : " from the selection", report.detect_seconds);
     std::vector<int> taken(size_t(bracket.count), 0);
     for (int r : report.reference)
         ++taken[size_t(r)];

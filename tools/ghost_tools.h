@@ -33,6 +33,7 @@ struct DeghostOptions {
 struct DeghostReport {
     int regions = 0;
     long long pixels = 0;
+    double detect_seconds = 0;  // the library's detection alone
     std::vector<int> reference; // frame taken inside each region
 };
 
