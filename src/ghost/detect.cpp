@@ -10,7 +10,6 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 
 #include "frame/c_buffer.h"
 #include "ghost/detect_tower.h"
@@ -40,83 +39,89 @@ void luminance_limits(int32_t measure, int32_t &low, int32_t &high) {
 }
 
 // Widens the expected ratio at the dark end, where noise and the camera curve's toe make
-// gamma-coded levels unreliable. prev may be replaced by a floor level.
-float dark_end_factor(int px, int prev[3]) {
-    const int level = px >> 8;
-    if (px < 1280) {
-        prev[0] = prev[1] = prev[2] = 5;
-        return 3.0f;
-    }
-    if (px < 2816) return 3.0f;
-    if (level <= 20) return static_cast<float>(4.0 - 0.1 * level);
-    if (level <= 40) return static_cast<float>(2.5 - 0.025 * level);
-    if (level <= 60) return static_cast<float>(2.1 - 0.015 * level);
-    return 1.0f;
+// gamma-coded levels unreliable. The factor depends on the darker side's 8-bit level alone
+// (levels below 5 are luminances below 1280, below 11 below 2816).
+double dark_end_factor(int level) {
+    if (level < 11) return 3.0;
+    if (level <= 20) return 4.0 - 0.1 * level;
+    if (level <= 40) return 2.5 - 0.025 * level;
+    if (level <= 60) return 2.1 - 0.015 * level;
+    return 1.0;
 }
 
 struct Bracket {
-    int n;
+    int n, width;
     const int32_t *low, *high;
-    const float *ratio;
+    const float *ratio;       // n - 1 ratios of neighbouring ranks
+    const float *widened;     // (n - 1) x 256: ratio times the dark-end factor of each level
     const void *const *image; // by rank, darkest first
     int r, g, b;              // sample positions
-    int samples, bits;
+    int samples;
 };
 
-// Verdict for one pixel: 255 when its mean deviation, halved, exceeds t.
-template <class T> uint8_t pixel_verdict(const Bracket &br, size_t pixel, int t) {
-    float sum[3] = {0.0f, 0.0f, 0.0f};
-    float weight = 0.0f;
-    int pairs = 0;
-    int p[3] = {0, 0, 0};
-    int px = 0;
+// Verdicts of row y: 255 where the mean deviation along the bracket, halved, exceeds t. Each
+// pixel is followed through all ranks with its sums in registers.
+template <class T> void row_verdicts(const Bracket &br, int y, int t, uint8_t *out) {
     const int shift = sizeof(T) == 2 ? 8 : 0;
-    for (int k = 0; k < br.n; ++k) {
-        const T *s = static_cast<const T *>(br.image[k]) + pixel * br.samples;
-        const int raw[3] = {s[br.r] >> shift, s[br.g] >> shift, s[br.b] >> shift};
-        int x = 54 * raw[0] + 183 * raw[1] + 19 * raw[2];
-        if (k > 0) {
-            const int32_t lo0 = br.low[k - 1], lo1 = br.low[k];
-            const bool darkPrev = px < lo0, darkCur = x < lo1;
-            bool compare = true;
-            int cur[3] = {raw[0], raw[1], raw[2]};
-            int prev[3] = {p[0], p[1], p[2]};
-            if (darkPrev && darkCur) {
-                compare = false;
-            } else if (!darkPrev && !darkCur) {
-                compare = !(px > br.high[k - 1] && x > br.high[k]);
-            } else {
-                // One side is too dark for colour: compare grey brightness only, and the
-                // raised luminance stays for the next pair.
-                x = std::max(x, 512);
-                px = std::max(px, 512);
-                cur[0] = cur[1] = cur[2] = x >> 8;
-                prev[0] = prev[1] = prev[2] = px >> 8;
-            }
-            if (compare) {
-                float f = br.ratio[k - 1];
-                float w = 1.0f;
-                if ((px >> 8) < lo0) {
-                    f = static_cast<float>(static_cast<double>(f) * dark_end_factor(px, prev));
-                    w = std::min(static_cast<float>(px) / static_cast<float>(lo0), 1.0f);
+    const size_t row = static_cast<size_t>(y) * br.width * br.samples;
+    for (int x = 0; x < br.width; ++x) {
+        const size_t at = row + static_cast<size_t>(x) * br.samples;
+        float sum[3] = {0.0f, 0.0f, 0.0f};
+        float weight = 0.0f;
+        int pairs = 0;
+        int p[3] = {0, 0, 0};
+        int px = 0;
+        for (int k = 0; k < br.n; ++k) {
+            const T *s = static_cast<const T *>(br.image[k]) + at;
+            const int raw[3] = {s[br.r] >> shift, s[br.g] >> shift, s[br.b] >> shift};
+            int xl = 54 * raw[0] + 183 * raw[1] + 19 * raw[2];
+            if (k > 0) {
+                // Limits are looked up by rank though they were filled by image index.
+                const int32_t lo0 = br.low[k - 1], lo1 = br.low[k];
+                const bool darkPrev = px < lo0, darkCur = xl < lo1;
+                bool compare = true;
+                int cur[3] = {raw[0], raw[1], raw[2]};
+                int prev[3] = {p[0], p[1], p[2]};
+                if (darkPrev && darkCur) {
+                    compare = false;
+                } else if (!darkPrev && !darkCur) {
+                    compare = !(px > br.high[k - 1] && xl > br.high[k]);
+                } else {
+                    // One side is too dark for colour: compare grey brightness only, and the
+                    // raised luminance stays for the next pair.
+                    xl = std::max(xl, 512);
+                    px = std::max(px, 512);
+                    cur[0] = cur[1] = cur[2] = xl >> 8;
+                    prev[0] = prev[1] = prev[2] = px >> 8;
                 }
-                for (int c = 0; c < 3; ++c) {
-                    const float predicted = std::min(f * static_cast<float>(prev[c]), 255.0f);
-                    sum[c] += w * std::fabs(static_cast<float>(cur[c]) - predicted);
+                if (compare) {
+                    const int level = px >> 8;
+                    float f = br.ratio[k - 1];
+                    float w = 1.0f;
+                    if (level < lo0) {
+                        f = br.widened[static_cast<size_t>(k - 1) * 256 + level];
+                        if (px < 1280) prev[0] = prev[1] = prev[2] = 5;
+                        // px / lo0 is at least 1 once px reaches lo0.
+                        if (px < lo0) w = static_cast<float>(px) / static_cast<float>(lo0);
+                    }
+                    for (int c = 0; c < 3; ++c) {
+                        const float predicted = std::min(f * static_cast<float>(prev[c]), 255.0f);
+                        sum[c] += w * std::fabs(static_cast<float>(cur[c]) - predicted);
+                    }
+                    weight += w;
+                    ++pairs;
                 }
-                weight += w;
-                ++pairs;
             }
+            p[0] = raw[0];
+            p[1] = raw[1];
+            p[2] = raw[2];
+            px = xl;
         }
-        p[0] = raw[0];
-        p[1] = raw[1];
-        p[2] = raw[2];
-        px = x;
+        float deviation = 0.0f;
+        if (pairs > 0 && weight / static_cast<float>(pairs) > 0.25f)
+            deviation = (sum[0] + sum[1] + sum[2]) / weight;
+        out[x] = static_cast<int>(deviation) / 2 > t ? 255 : 0;
     }
-    float deviation = 0.0f;
-    if (pairs > 0 && weight / static_cast<float>(pairs) > 0.25f)
-        deviation = (sum[0] + sum[1] + sum[2]) / weight;
-    return static_cast<int>(deviation) / 2 > t ? 255 : 0;
 }
 
 int tower_levels(int width, int height) {
@@ -158,33 +163,12 @@ LV_API int lv_ghost_detect(const float *sensitivity, int n, int width, int heigh
     auto high = lv::calloc_array<int32_t>(count);
     auto ratio = lv::calloc_array<float>(count);
     auto image = lv::calloc_array<const void *>(count);
-    // Byte verdicts, later grown into the tower; padded so packing can run in whole bytes.
-    auto plane = lv::calloc_array<uint8_t>(packed);
-    if (!measure || !order || !low || !high || !ratio || !image || !plane) return -4;
+    auto widened = lv::calloc_array<float>(count * 256);
+    if (!measure || !order || !low || !high || !ratio || !image || !widened) return -4;
 
-    if (n > 0) {
-        mediane_images(n, width, height, samples * width, samples, bits, images, measure.get());
-        if (step > -0.5f) guess_ev(0, n, measure.get(), exposures, step);
-        fClassementCroissant(n, exposures, order.get());
-        for (int i = 0; i < n; ++i)
-            luminance_limits(measure[i], low[i], high[i]);
-        for (int k = 0; k + 1 < n; ++k)
-            ratio[k] = std::pow(exposures[order[k + 1]] / exposures[order[k]], 0.4545454680919647f);
-        const size_t per = lv::image_samples(width, height, samples);
-        for (int k = 0; k < n; ++k)
-            image[k] = lv::image_at(images, static_cast<size_t>(order[k]), per, bits);
-
-        lv::ChannelIndex ch = lv::rgb_index(samples);
-        if (swapRedBlue) std::swap(ch.r, ch.b);
-        // Limits are looked up by rank though they were filled by image index.
-        const Bracket br{n,    low.get(), high.get(), ratio.get(), image.get(),
-                         ch.r, ch.g,      ch.b,       samples,     bits};
-        for (size_t i = 0; i < pixels; ++i)
-            plane[i] =
-                bits == 16 ? pixel_verdict<uint16_t>(br, i, t) : pixel_verdict<uint8_t>(br, i, t);
-    }
-
-    // Tower sizes and room for all levels, plus padding for the last packed byte.
+    // Tower sizes. The byte verdicts are level 0 of one block holding every level, padded so
+    // that packing runs in whole bytes; without room for the tower they stand alone and go
+    // to the packing unsmoothed.
     const int levels = tower_levels(width, height);
     int lw[kMaxLevels + 1], lh[kMaxLevels + 1];
     int64_t at[kMaxLevels + 2];
@@ -198,21 +182,51 @@ LV_API int lv_ghost_detect(const float *sensitivity, int n, int width, int heigh
         }
         at[l + 1] = at[l] + static_cast<int64_t>(lw[l]) * lh[l];
     }
-    const size_t total = static_cast<size_t>(at[levels + 1]) + 8;
-    uint8_t *grown = static_cast<uint8_t *>(std::realloc(plane.get(), total));
-    if (grown) {
-        plane.release();
-        plane.reset(grown);
-        std::memset(grown + pixels, 0, total - pixels);
+    auto plane = lv::calloc_array<uint8_t>(static_cast<size_t>(at[levels + 1]) + 8);
+    const bool smooth = plane != nullptr;
+    if (!smooth) plane = lv::calloc_array<uint8_t>(packed);
+    if (!plane) return -4;
+
+    if (n > 0) {
+        mediane_images(n, width, height, samples * width, samples, bits, images, measure.get());
+        if (step > -0.5f) guess_ev(0, n, measure.get(), exposures, step);
+        fClassementCroissant(n, exposures, order.get());
+        for (int i = 0; i < n; ++i)
+            luminance_limits(measure[i], low[i], high[i]);
+        for (int k = 0; k + 1 < n; ++k)
+            ratio[k] = std::pow(exposures[order[k + 1]] / exposures[order[k]], 0.4545454680919647f);
+        const size_t per = lv::image_samples(width, height, samples);
+        for (int k = 0; k < n; ++k)
+            image[k] = lv::image_at(images, static_cast<size_t>(order[k]), per, bits);
+        for (int k = 0; k + 1 < n; ++k)
+            for (int level = 0; level < 256; ++level)
+                widened[static_cast<size_t>(k) * 256 + level] =
+                    static_cast<float>(static_cast<double>(ratio[k]) * dark_end_factor(level));
+
+        lv::ChannelIndex ch = lv::rgb_index(samples);
+        if (swapRedBlue) std::swap(ch.r, ch.b);
+        const Bracket br{n,           width, low.get(), high.get(), ratio.get(), widened.get(),
+                         image.get(), ch.r,  ch.g,      ch.b,       samples};
+        for (int y = 0; y < height; ++y) {
+            uint8_t *out = plane.get() + static_cast<size_t>(y) * width;
+            if (bits == 16)
+                row_verdicts<uint16_t>(br, y, t, out);
+            else
+                row_verdicts<uint8_t>(br, y, t, out);
+        }
+    }
+
+    if (smooth) {
+        uint8_t *tower = plane.get();
         for (int l = 0; l < levels; ++l)
             deghost21a(lw[l], lh[l], lw[l + 1], lh[l + 1], 1, 8, 0, at[l], at[l + 1], nullptr,
-                       grown);
+                       tower);
         auto scratch = lv::calloc_array<uint8_t>(static_cast<size_t>(lw[levels]) * lh[levels]);
         if (scratch)
-            lv::dilate_ghost_level(lw[levels], lh[levels], grown + at[levels], scratch.get());
+            lv::dilate_ghost_level(lw[levels], lh[levels], tower + at[levels], scratch.get());
         // Only the dilated top carries on: each expansion overwrites the level below.
         for (int l = levels; l > 0; --l)
-            deghost22b(lw[l - 1], lh[l - 1], lw[l], lh[l], 0, grown + at[l], grown + at[l - 1]);
+            deghost22b(lw[l - 1], lh[l - 1], lw[l], lh[l], 0, tower + at[l], tower + at[l - 1]);
     }
 
     // Pack whole bytes; the last one may take its spare bits from the next level's start.

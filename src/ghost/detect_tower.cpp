@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "fusion/blend.h"
 
@@ -53,11 +54,13 @@ LV_API int deghost21(int levels, int width, int height, int bits, int wrap, void
 LV_API int deghost22b(int bigWidth, int bigHeight, int smallWidth, int smallHeight, int wrap,
                       const uint8_t *small, uint8_t *big) {
     if (bigWidth < 1 || bigHeight < 1 || smallWidth < 1 || smallHeight < 1) return 0;
-    const auto column = [&](int cx) {
-        if (cx < 0) return wrap ? smallWidth - 1 : 0;
-        if (cx >= smallWidth) return wrap ? 0 : smallWidth - 1;
-        return cx;
-    };
+    // Columns of each coarse pixel's west and east neighbours: repeated at the edges, or
+    // taken from the opposite side when the image wraps.
+    std::vector<int> west(static_cast<size_t>(smallWidth)), east(west.size());
+    for (int cx = 0; cx < smallWidth; ++cx) {
+        west[size_t(cx)] = cx > 0 ? cx - 1 : (wrap ? smallWidth - 1 : 0);
+        east[size_t(cx)] = cx + 1 < smallWidth ? cx + 1 : (wrap ? 0 : smallWidth - 1);
+    }
     for (int y = 0; y < bigHeight; ++y) {
         const int cy = std::min(y / 2, smallHeight - 1);
         const uint8_t *rn = small + static_cast<size_t>(std::max(cy - 1, 0)) * smallWidth;
@@ -65,20 +68,19 @@ LV_API int deghost22b(int bigWidth, int bigHeight, int smallWidth, int smallHeig
         const uint8_t *rs =
             small + static_cast<size_t>(std::min(cy + 1, smallHeight - 1)) * smallWidth;
         uint8_t *out = big + static_cast<size_t>(y) * bigWidth;
+        const bool odd_row = y & 1;
         for (int x = 0; x < bigWidth; ++x) {
             const int cx = std::min(x / 2, smallWidth - 1);
-            const int w = column(cx - 1), e = column(cx + 1);
-            const int C = rc[cx], E = rc[e], W = rc[w], N = rn[cx], S = rs[cx];
-            const int NE = rn[e], NW = rn[w], SE = rs[e], SW = rs[w];
+            const int w = west[size_t(cx)], e = east[size_t(cx)];
+            const int C = rc[cx], E = rc[e], S = rs[cx], SE = rs[e];
             int sum;
-            if (!(x & 1) && !(y & 1))
-                sum = 144 * C + 24 * (E + W + N + S) + 4 * (NW + NE + SW + SE);
-            else if (!(y & 1))
-                sum = 96 * (C + E) + 16 * (N + NE + S + SE);
-            else if (!(x & 1))
-                sum = 96 * (C + S) + 16 * (W + E + SW + SE);
+            if (x & 1)
+                sum =
+                    odd_row ? 64 * (C + E + S + SE) : 96 * (C + E) + 16 * (rn[cx] + rn[e] + S + SE);
+            else if (odd_row)
+                sum = 96 * (C + S) + 16 * (rc[w] + E + rs[w] + SE);
             else
-                sum = 64 * (C + E + S + SE);
+                sum = 144 * C + 24 * (E + rc[w] + rn[cx] + S) + 4 * (rn[w] + rn[e] + rs[w] + SE);
             out[x] = static_cast<uint8_t>(sum >> 8);
         }
     }
