@@ -11,6 +11,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 
@@ -20,10 +21,11 @@ namespace {
 // Luminance band (54 R + 183 G + 19 B on 8-bit levels) that counts as well exposed.
 constexpr int well_low = 20 * 256, well_high = 235 * 256;
 
-// 8-bit RGB views of every frame, end to end: the frames themselves or their high bytes.
+// 8-bit RGB views of every frame, end to end: the high bytes of 16-bit frames (8-bit
+// frames are their own views, and this stays empty).
 std::vector<uint8_t> views_of(const Bracket &b) {
     const size_t per = size_t(b.width) * b.height * 3;
-    if (b.bits == 8) return b.samples;
+    if (b.bits == 8) return {};
     std::vector<uint8_t> views(per * size_t(b.count));
     const auto *src = reinterpret_cast<const uint16_t *>(b.samples.data());
     for (int i = 0; i < b.count; ++i)
@@ -129,14 +131,14 @@ long long reexpose(Bracket &b, const cv::Mat &labels, int label, const cv::Rect 
 }
 
 // The middle frame with the regions tinted red, as the user checks them.
-bool write_mask_preview(const Bracket &b, const std::vector<uint8_t> &views, const cv::Mat &labels,
+bool write_mask_preview(const Bracket &b, const uint8_t *views, const cv::Mat &labels,
                         const std::string &path, std::string &error) {
     Image preview;
     preview.width = b.width;
     preview.height = b.height;
     const size_t per = size_t(b.width) * b.height * 3;
-    const auto mid = views.begin() + std::ptrdiff_t(per * size_t(b.count / 2));
-    preview.pixels.assign(mid, mid + std::ptrdiff_t(per));
+    const uint8_t *mid = views + per * size_t(b.count / 2);
+    preview.pixels.assign(mid, mid + per);
     for (size_t i = 0; i < per / 3; ++i) {
         if (!reinterpret_cast<const int32_t *>(labels.data)[i]) continue;
         uint8_t *p = &preview.pixels[3 * i];
@@ -148,13 +150,16 @@ bool write_mask_preview(const Bracket &b, const std::vector<uint8_t> &views, con
 }
 
 // Each region's outer outline as one selection, its reference frame as the exposure.
-bool save_selection(const Bracket &b, const cv::Mat &labels, int regions,
+bool save_selection(const Bracket &b, const cv::Mat &labels, const std::vector<cv::Rect> &boxes,
                     const std::vector<int> &reference, const std::string &path,
                     std::string &error) {
     std::vector<int32_t> exps, points, coords;
-    for (int r = 1; r <= regions; ++r) {
+    for (int r = 1; r <= int(boxes.size()); ++r) {
         std::vector<std::vector<cv::Point>> contours;
-        cv::findContours(labels == r, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
+        const cv::Rect &box = boxes[size_t(r - 1)];
+        if (box.width < 1) continue;
+        cv::findContours(labels(box) == r, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE,
+                         box.tl());
         for (const auto &c : contours) {
             exps.push_back(reference[size_t(r - 1)]);
             points.push_back(int32_t(c.size()));
@@ -177,6 +182,27 @@ bool save_selection(const Bracket &b, const cv::Mat &labels, int regions,
     });
 }
 
+// Bounding box of each region 1..regions, found in one pass; empty for a region without
+// pixels.
+std::vector<cv::Rect> region_boxes(const cv::Mat &labels, int regions) {
+    std::vector<int> x0(size_t(regions), INT32_MAX), y0(x0), x1(size_t(regions), -1), y1(x1);
+    for (int y = 0; y < labels.rows; ++y) {
+        const int32_t *row = labels.ptr<int32_t>(y);
+        for (int x = 0; x < labels.cols; ++x) {
+            const int r = row[x] - 1;
+            if (r < 0 || r >= regions) continue;
+            x0[size_t(r)] = std::min(x0[size_t(r)], x);
+            x1[size_t(r)] = std::max(x1[size_t(r)], x);
+            y0[size_t(r)] = std::min(y0[size_t(r)], y);
+            y1[size_t(r)] = std::max(y1[size_t(r)], y);
+        }
+    }
+    std::vector<cv::Rect> boxes(static_cast<size_t>(regions));
+    for (size_t r = 0; r < boxes.size(); ++r)
+        if (x1[r] >= 0) boxes[r] = cv::Rect(x0[r], y0[r], x1[r] - x0[r] + 1, y1[r] - y0[r] + 1);
+    return boxes;
+}
+
 } // namespace
 
 bool deghost_bracket(Bracket &b, ExposureSource source, float step, std::vector<float> &exposures,
@@ -192,27 +218,34 @@ bool deghost_bracket(Bracket &b, ExposureSource source, float step, std::vector<
                       : read_selection(b, options.selection, labels, reference, error);
         if (regions < 0) return false;
         reference.resize(size_t(regions), -1);
-        const std::vector<uint8_t> views = views_of(b);
+        const std::vector<uint8_t> copies = views_of(b);
+        const uint8_t *views = b.bits == 8 ? b.samples.data() : copies.data();
+        const std::vector<cv::Rect> boxes = region_boxes(labels, regions);
         std::vector<int64_t> counts(size_t(b.count));
-        report = DeghostReport{regions, 0, seconds, {}};
-        for (int r = 1; r <= regions; ++r) {
-            const cv::Rect box = cv::boundingRect(labels == r);
-            int &ref = reference[size_t(r - 1)];
-            if (ref < 0) {
-                getWellExposedCount(3 * b.width, b.height, b.count, well_low, well_high,
-                                    counts.data(), views.data(), float(box.x), float(box.y),
-                                    float(box.x + box.width), float(box.y + box.height));
-                ref = int(std::max_element(counts.begin(), counts.end()) - counts.begin());
-            }
-            report.pixels += b.bits == 16 ? reexpose<uint16_t>(b, labels, r, box, ref, exposures)
-                                          : reexpose<uint8_t>(b, labels, r, box, ref, exposures);
+        // References are chosen, and the preview taken, before any frame changes.
+        for (int r = 0; r < regions; ++r) {
+            const cv::Rect &box = boxes[size_t(r)];
+            if (reference[size_t(r)] >= 0 || box.width < 1) continue;
+            getWellExposedCount(3 * b.width, b.height, b.count, well_low, well_high, counts.data(),
+                                views, float(box.x), float(box.y), float(box.x + box.width),
+                                float(box.y + box.height));
+            reference[size_t(r)] =
+                int(std::max_element(counts.begin(), counts.end()) - counts.begin());
         }
-        report.reference = reference;
         if (!options.mask_png.empty() &&
             !write_mask_preview(b, views, labels, options.mask_png, error))
             return false;
+        report = DeghostReport{regions, 0, seconds, reference};
+        for (int r = 0; r < regions; ++r) {
+            const cv::Rect &box = boxes[size_t(r)];
+            const int ref = std::max(reference[size_t(r)], 0);
+            if (box.width < 1) continue;
+            report.pixels += b.bits == 16
+                                 ? reexpose<uint16_t>(b, labels, r + 1, box, ref, exposures)
+                                 : reexpose<uint8_t>(b, labels, r + 1, box, ref, exposures);
+        }
         if (!options.save_selection.empty() &&
-            !save_selection(b, labels, regions, reference, options.save_selection, error))
+            !save_selection(b, labels, boxes, reference, options.save_selection, error))
             return false;
     } catch (const cv::Exception &e) {
         error = std::string("ghost regions: ") + e.what();
