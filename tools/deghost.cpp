@@ -286,10 +286,13 @@ bool deghost_and_report(Bracket &bracket, ExposureSource &source, float step,
     DeghostReport report;
     if (!deghost_bracket(bracket, source, step, exposures, options, report, error)) return false;
     source = ExposureSource::given;
-    std::printf("ghosts: %d region%s, %lld pixels (%.2f %% of the frame)%s, found in %.3f s\n",
-                report.regions, report.regions == 1 ? "" : "s", report.pixels,
-                100.0 * double(report.pixels) / (double(bracket.width) * bracket.height),
-                options.selection.empty() ? "" : " from the selection", report.detect_seconds);
+    std::printf("ghosts: %d region%s, %lld pixels (%.2f %% of the frame)", report.regions,
+                report.regions == 1 ? "" : "s", report.pixels,
+                100.0 * double(report.pixels) / (double(bracket.width) * bracket.height));
+    if (options.selection.empty())
+        std::printf(", found in %.3f s\n", report.detect_seconds);
+    else
+        std::printf(" from the selection\n");
     std::vector<int> taken(size_t(bracket.count), 0);
     for (int r : report.reference)
         ++taken[size_t(r)];
