@@ -35,8 +35,10 @@ const char *merge_help =
     "  --deghost           find moving content and take it from one frame only\n"
     "  --ghost-sensitivity T  40 to 100, larger finds fewer ghosts (default 90)\n"
     "  --ghost-mask FILE   write the ghost regions over a preview of the middle frame (PNG)\n"
-    "  --save-selection FILE  save the ghost regions' outlines as a selection file\n"
+    "  --save-selection FILE  save the ghost regions' outlines as a selection file; each\n"
+    "                      outline's E is the frame (from 0) its pixels were taken from\n"
     "  --selection FILE    take the ghost regions from a saved or edited selection file\n"
+    "                      (an E that names no frame lets lvhdr pick the best exposed one)\n"
     "  --batch N|auto      merge a shoot: N frames a bracket in file order, or by the EXIF\n"
     "                      exposure sequence; -o names a folder, IMAGE may be a folder\n"
     "  -h, --help          show this help\n";
