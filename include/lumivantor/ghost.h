@@ -41,7 +41,8 @@ LV_EXTERN_C_BEGIN
  * a cleared bit mask, one bit a pixel, row-major, no row padding, most significant bit first.
  * *sensitivity is truncated to an integer t (larger finds fewer ghosts); step > -0.5 derives
  * exposures into exposures[n], otherwise they are the caller's. Returns width * height rounded
- * up to a multiple of 8, 0 for an empty image, -2 for another depth, -4 out of memory. */
+ * up to a multiple of 8, 0 for an empty image, -2 for another depth or a missing buffer, -4
+ * out of memory. */
 LV_API int lv_ghost_detect(const float *sensitivity, int n, int width, int height, int samples,
                            int bits, int swapRedBlue, float *exposures, const void *images,
                            uint8_t *mask, float step);
