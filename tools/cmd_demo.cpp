@@ -5,12 +5,15 @@
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
 #include "synth_bracket.h"
+#include "tonemap_optimizer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <thread>
 #include <sys/stat.h>
 
 namespace lvhdr {
@@ -26,7 +29,8 @@ const char *demo_help =
     "merge's error against it. Files go to DIR (default demo-out):\n"
     "  bracket-1.png .. bracket-5.png   the five frames, darkest first\n"
     "  demo.hdr                         the merged HDR image\n"
-    "  demo.png, demo-small.png         the tone-mapped result, full size and a third\n";
+    "  demo.png, demo-small.png         the tone-mapped result, full size and a third\n"
+    "  demo-optimizer.png               the contrast optimizer's result at its defaults\n";
 
 bool make_folder(const std::string &dir, std::string &error) {
     struct stat st;
@@ -141,6 +145,19 @@ int cmd_demo(int argc, char **argv) {
     if (!write_image(png, picture, err)) return fail(png, err);
     if (!write_image(small, shrink(picture, 3), err)) return fail(small, err);
     step("write demo.png and demo-small.png", clock.lap());
+    {
+        Image contrast;
+        {
+            ProgressBar bar("contrast optimizer");
+            if (!tonemap_optimizer(reread, OptimizerSettings{}, 8,
+                                   std::max(1, int(std::thread::hardware_concurrency())),
+                                   contrast, err))
+                return fail(hdr_path, err);
+        }
+        const std::string path = dir + "/demo-optimizer.png";
+        if (!write_image(path, contrast, err)) return fail(path, err);
+        step("tone-map (contrast optimizer, defaults) and write demo-optimizer.png", clock.lap());
+    }
 
     std::printf("merge accuracy on %zu recorded pixels (median relative luminance error):\n",
                 known.pixels);

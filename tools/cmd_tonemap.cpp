@@ -1,8 +1,10 @@
 // lvhdr tonemap: a Radiance HDR file to an 8- or 16-bit picture.
 #include "cli.h"
 #include "commands.h"
+#include "hdr_files.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
+#include "tonemap_optimizer.h"
 
 #include <cstdio>
 
@@ -40,14 +42,21 @@ int cmd_tonemap(int argc, char **argv) {
                      {"--saturation", nullptr, true},
                      {"--temperature", nullptr, true},
                      {"--bits", nullptr, true},
-                     {"--timings", nullptr, false}},
+                     {"--timings", nullptr, false},
+                     {"--detail", nullptr, true},
+                     {"--level-dependence", nullptr, true},
+                     {"--white-clip", nullptr, true},
+                     {"--black-clip", nullptr, true},
+                     {"--gamma", nullptr, true}},
                     args, err))
         return usage_error("tonemap", err);
     if (args.has("--help")) {
         std::fputs(tonemap_help, stdout);
+        std::fputs(tonemap_optimizer_help, stdout);
         return exit_ok;
     }
     const std::string method = args.get("--method", "simple");
+    if (method == "optimizer") return cmd_tonemap_optimizer(args);
     if (method != "simple")
         return usage_error("tonemap", "unknown method '" + method + "' (available: simple)");
     const std::string out_path = args.get("--output");
@@ -81,10 +90,9 @@ int cmd_tonemap(int argc, char **argv) {
 
     const std::string &in_path = args.positional[0];
     if (sniff_file(in_path) == FileKind::missing) return fail(in_path, "no such file");
-    if (sniff_file(in_path) != FileKind::radiance) return fail(in_path, "not a Radiance HDR file");
     Stopwatch clock;
     HdrImage hdr;
-    if (!read_hdr(in_path, hdr, err)) return fail(in_path, err);
+    if (!load_hdr_file(in_path, hdr, err)) return fail(in_path, err);
     const double t_read = clock.lap();
     Image picture;
     {

@@ -9,5 +9,6 @@
 #include "metadata.h"
 #include "pyramid.h"
 #include "tonemap.h"
+#include "geometry.h"
 
 #endif

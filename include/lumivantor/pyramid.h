@@ -30,19 +30,21 @@
 
 LV_EXTERN_C_BEGIN
 
-/* Exact element count of a tower of a w x h plane with trunc(log2(min(w, h))) levels. */
+/* Exact element count of a tower of a w x h plane with trunc(log2(min(w, h))) levels; 0 for
+ * an empty plane. */
 LV_API int64_t pyram_len(int w, int h);
 
 /* Element count reserved for one plane's tower: floor(1.5 w h + 0.5) in single precision. */
 LV_API int64_t pyram_len2(int w, int h);
 
 /* Reduces the 16-bit level at element offset fineOffset of tower into the level at
- * coarseOffset (3x3 binomial, three separately truncated terms). Returns coarseH. */
+ * coarseOffset (3x3 binomial, three separately truncated terms). Returns coarseH, or -1
+ * when the coarse size isn't the rounded-up half of the fine one. */
 LV_API int lv_short_downsample(int fineW, int fineH, int coarseW, int coarseH, int ncomp, int wrap,
                                int64_t fineOffset, int64_t coarseOffset, int16_t *tower);
 
 /* The same reduce on an 8-bit tower, rounded (remainders from 9/16 round up). Returns
- * coarseH. */
+ * coarseH, or -1 as lv_short_downsample. */
 LV_API int lv_uchar_downsample(int fineW, int fineH, int coarseW, int coarseH, int ncomp, int wrap,
                                int64_t fineOffset, int64_t coarseOffset, unsigned char *tower);
 

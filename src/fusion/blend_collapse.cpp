@@ -26,7 +26,9 @@ struct DetailGain {
         const float t = -4.656897e-07f * static_cast<float>(d * d);
         float g = static_cast<float>(std::exp(static_cast<double>(t)));
         if (guard > 0) g = fixMoire(guard, level, levels, g);
-        return static_cast<int>(static_cast<float>(d) * s * g + static_cast<float>(d));
+        const float v = static_cast<float>(d) * s * g + static_cast<float>(d);
+        // Far beyond the clamp that follows, an absurd strength is held before conversion.
+        return v > -1e6f ? (v < 1e6f ? static_cast<int>(v) : 1000000) : -1000000;
     }
 };
 
@@ -98,9 +100,13 @@ LV_API int fusion31et32(int level, int levels, float *param, int fineW, int fine
         return -1;
     const DetailGain gain{static_cast<float>(0.2 * param[8]), static_cast<int>(param[13] + 0.5),
                           level, levels};
-    const int64_t row_samples = int64_t(fineW) * ncomp;
-    std::unique_ptr<int32_t[]> expand(new (std::nothrow) int32_t[row_samples]);
-    if (!expand) return -4;
+    if (coarseW != fineW % 2 + fineW / 2 || coarseH != fineH % 2 + fineH / 2) return -1;
+    const int64_t row_samples = int64_t(fineW) * ncomp, coarse_samples = int64_t(coarseW) * ncomp;
+    std::unique_ptr<int32_t[]> ints(new (std::nothrow) int32_t[row_samples + 3 * coarse_samples]);
+    if (!ints) return -4;
+    int32_t *expand = ints.get();
+    const lv::blend::ExpandRows rows{expand + row_samples, expand + row_samples + coarse_samples,
+                                     expand + row_samples + 2 * coarse_samples};
     // On large levels the gain is looked up by d rather than evaluated per sample; both give
     // the same values, as d is an integer of 16 bits.
     std::unique_ptr<int32_t[]> table;
@@ -113,9 +119,9 @@ LV_API int fusion31et32(int level, int levels, float *param, int fineW, int fine
     auto *acc = static_cast<uint16_t *>(accumulator);
     for (int y = 0; y < fineH; ++y) {
         lv::blend::expand_row(acc + coarseOffset, coarseW, coarseH, ncomp, wrap != 0, y, fineW,
-                              expand.get());
+                              rows, expand);
         uint16_t *row = acc + fineOffset + y * row_samples;
-        const int32_t *e = expand.get();
+        const int32_t *e = expand;
         if (table)
             for (int64_t i = 0; i < row_samples; ++i)
                 row[i] = clamp15(table[row[i]] + e[i]);

@@ -5,6 +5,7 @@
 // sums the weighted low-pass and wraps in 16 bits.
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -19,17 +20,11 @@ int weight_bytes(int bits) {
     return bits == 8 ? 1 : bits == 16 ? 2 : bits == 32 ? 4 : 0;
 }
 
-// A weight sample as a fraction of full scale; float weights are not read on the band
-// levels and weigh 1 there.
-inline float band_weight(const void *row, int bits, int x) {
+// A weight sample of the top level as a fraction of full scale, or the float itself.
+inline float top_weight(const void *row, int bits, int x) {
     if (bits == 8) return static_cast<const uint8_t *>(row)[x] * (1.0f / 256.0f);
     if (bits == 16) return static_cast<const uint16_t *>(row)[x] * (1.0f / 65536.0f);
-    return 1.0f;
-}
-
-inline float top_weight(const void *row, int bits, int x) {
-    if (bits == 32) return static_cast<const float *>(row)[x];
-    return band_weight(row, bits, x);
+    return static_cast<const float *>(row)[x];
 }
 
 // Reads `count` weight samples at sample `at` of the weight tower file into dst.
@@ -44,20 +39,34 @@ int read_weights(FILE *fp, int64_t at, int bytes, int count, void *dst, const ch
     return 0;
 }
 
-// accumulator += trunc(band-pass x weight), limited to 16 bits unsigned, for one fine row.
-template <int NC>
-void sum_row(const uint16_t *fine, const int32_t *expand, const void *weights, int bits, int width,
-             int nc, uint16_t *acc) {
+// The weight of each sample of a fine row, as a fraction of full scale; float weights are
+// not read on the band levels and weigh 1 there.
+template <int NC> void weight_row(const void *weights, int bits, int width, int nc, float *a) {
     if constexpr (NC > 0) nc = NC;
-    for (int x = 0; x < width; ++x) {
-        const float a = band_weight(weights, bits, x);
-        for (int k = 0; k < nc; ++k) {
-            const int64_t i = int64_t(x) * nc + k;
-            const int b = fine[i] - expand[i];
-            int v = acc[i] + static_cast<int>(static_cast<float>(b) * a);
-            v = v < 0 ? 0 : (v > 65535 ? 65535 : v);
-            acc[i] = static_cast<uint16_t>(v);
+    const auto spread = [&](auto *w, float scale) {
+        for (int x = 0; x < width; ++x) {
+            const float v = static_cast<float>(w[x]) * scale;
+            for (int k = 0; k < nc; ++k)
+                a[int64_t(x) * nc + k] = v;
         }
+    };
+    if (bits == 8)
+        spread(static_cast<const uint8_t *>(weights), 1.0f / 256.0f);
+    else if (bits == 16)
+        spread(static_cast<const uint16_t *>(weights), 1.0f / 65536.0f);
+    else
+        std::fill(a, a + int64_t(width) * nc, 1.0f);
+}
+
+// accumulator += trunc(band-pass x weight), limited to 16 bits unsigned, for one fine row.
+void sum_row(const uint16_t *__restrict fine, const int32_t *__restrict expand,
+             const float *__restrict a, int64_t count, uint16_t *__restrict acc) {
+    for (int64_t i = 0; i < count; ++i) {
+        const int b = fine[i] - expand[i];
+        int v = acc[i] + static_cast<int>(static_cast<float>(b) * a[i]);
+        v = v < 0 ? 0 : v;
+        v = v > 65535 ? 65535 : v;
+        acc[i] = static_cast<uint16_t>(v);
     }
 }
 
@@ -70,8 +79,9 @@ void sum_top_row(const uint16_t *image, const void *weights, int bits, int width
         const float a = top_weight(weights, bits, x);
         for (int k = 0; k < channels; ++k) {
             const int64_t i = int64_t(x) * nc + k;
-            int t = static_cast<int>(static_cast<float>(image[i]) * a);
-            t = t < 0 ? 0 : (t > 65535 ? 65535 : t);
+            // Limited before the conversion, so that a stray float weight can't overflow it.
+            const float v = static_cast<float>(image[i]) * a;
+            const int t = v >= 0.0f ? (v < 65535.0f ? static_cast<int>(v) : 65535) : 0;
             acc[i] = static_cast<uint16_t>(acc[i] + t);
         }
     }
@@ -89,9 +99,14 @@ LV_API int fusion22et23(int fineW, int fineH, int coarseW, int coarseH, int ncom
     if (bytes == 0 || ncomp < 1 || !imageTower || !accumulator) return -1;
     if (readRows ? (!fpPyramPoids || !rowBuffer) : (!weights && weightBits != 32)) return -1;
     if (fineW < 1 || fineH < 1) return fineH;
-    const int64_t row_samples = int64_t(fineW) * ncomp;
-    std::unique_ptr<int32_t[]> expand(new (std::nothrow) int32_t[row_samples]);
-    if (!expand) return -4;
+    if (coarseW != fineW % 2 + fineW / 2 || coarseH != fineH % 2 + fineH / 2) return -1;
+    const int64_t row_samples = int64_t(fineW) * ncomp, coarse_samples = int64_t(coarseW) * ncomp;
+    std::unique_ptr<int32_t[]> ints(new (std::nothrow) int32_t[row_samples + 3 * coarse_samples]);
+    std::unique_ptr<float[]> a(new (std::nothrow) float[row_samples]);
+    if (!ints || !a) return -4;
+    int32_t *expand = ints.get();
+    const lv::blend::ExpandRows rows{expand + row_samples, expand + row_samples + coarse_samples,
+                                     expand + row_samples + 2 * coarse_samples};
     const auto *image = static_cast<const uint16_t *>(imageTower);
     auto *acc = static_cast<uint16_t *>(accumulator);
     for (int y = 0; y < fineH; ++y) {
@@ -105,16 +120,16 @@ LV_API int fusion22et23(int fineW, int fineH, int coarseW, int coarseH, int ncom
         } else if (weights) {
             wrow = static_cast<const unsigned char *>(weights) + wat * bytes;
         }
-        lv::blend::expand_row(image + coarseOffset, coarseW, coarseH, ncomp, wrap != 0, y, fineW,
-                              expand.get());
-        const uint16_t *fine = image + fineOffset + y * row_samples;
-        uint16_t *out = acc + fineOffset + y * row_samples;
         if (ncomp == 1)
-            sum_row<1>(fine, expand.get(), wrow, weightBits, fineW, 1, out);
+            weight_row<1>(wrow, weightBits, fineW, 1, a.get());
         else if (ncomp == 3)
-            sum_row<3>(fine, expand.get(), wrow, weightBits, fineW, 3, out);
+            weight_row<3>(wrow, weightBits, fineW, 3, a.get());
         else
-            sum_row<0>(fine, expand.get(), wrow, weightBits, fineW, ncomp, out);
+            weight_row<0>(wrow, weightBits, fineW, ncomp, a.get());
+        lv::blend::expand_row(image + coarseOffset, coarseW, coarseH, ncomp, wrap != 0, y, fineW,
+                              rows, expand);
+        sum_row(image + fineOffset + y * row_samples, expand, a.get(), row_samples,
+                acc + fineOffset + y * row_samples);
     }
     return fineH;
 }

@@ -45,7 +45,9 @@ extern "C" {
 LV_API int lv_downtower(int radius, int w, int h, int step, int bits, const unsigned char *src,
                         unsigned char *dst) {
     if (bits != 8) return LV_ERR_IO;
-    if (radius < 1 || w < 1 || h < 1 || step != 1 || !src || !dst) return LV_ERR_ARG;
+    // A radius far beyond any image would only overflow the window arithmetic.
+    if (radius < 1 || radius > (1 << 24) || w < 1 || h < 1 || step != 1 || !src || !dst)
+        return LV_ERR_ARG;
     const int64_t n = static_cast<int64_t>(w) * h;
     CBuf<float> kernel(
         static_cast<float *>(std::calloc(2 * static_cast<size_t>(radius) + 1, sizeof(float))));

@@ -8,6 +8,7 @@
 extern "C" {
 
 LV_API int64_t pyram_len(int w, int h) {
+    if (w < 1 || h < 1) return 0;
     const float side = static_cast<float>(w < h ? w : h);
     // Narrowing the product to single precision makes the count exact at powers of two.
     const int levels = static_cast<int>(
