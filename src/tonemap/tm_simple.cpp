@@ -14,6 +14,7 @@
 
 #include "colour/hsl_core.h"
 #include "frame/band_threads.h"
+#include "tonemap/tone_pixel.h"
 #include "lumivantor/colour.h"
 
 namespace {
@@ -146,10 +147,6 @@ inline void balance(const BlockCurve &c, float y, float &r, float &g, float &b) 
     b = std::max(nb, 0.0f);
 }
 
-inline float clamp01(float v) {
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
-
 // Curve, saturation and hue tables of one block on balanced r, g, b; out is on 0..1
 // where the colour stage ran, unclamped otherwise.
 inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, float r, float g,
@@ -167,30 +164,7 @@ inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, floa
         hsl[1] = std::min(hsl[1] * c.saturation, 1.0f);
         lv::hsl_to_rgb_core(hsl, out, 1.0f);
     }
-    if (c.colour || c.lum) {
-        // A hue's table entry says which mix it becomes between the pixel's min and max.
-        float hsv[3];
-        lv::rgb_to_hsv(out, hsv);
-        float v = hsv[2];
-        float mn = clamp01(v - hsv[1] * v);
-        const int i = static_cast<int>(hsv[0] * 4095.0f);
-        if (c.lum && v > 0.0f) {
-            const float u = c.lum_table[i] * 2.0f - 1.0f;
-            const float k = 1.0f + (1.0f - mn / v) * u;
-            mn *= k;
-            v *= k;
-        }
-        const float *e = c.colour_table + 3 * i;
-        for (int k = 0; k < 3; ++k)
-            out[k] = clamp01(mn + (v - mn) * e[k]);
-    }
-}
-
-template <class T> inline T to_level(float v, float max_out) {
-    const float x = v * max_out;
-    if (!(x > 0.0f)) return 0;
-    if (x > max_out) return static_cast<T>(max_out);
-    return static_cast<T>(x);
+    if (c.colour || c.lum) lv::hue_table_stage(out, c.lum, c.colour_table, c.lum_table);
 }
 
 struct Layout {
@@ -285,9 +259,9 @@ int run_rows(const DimParam &dim, const float *p, const unsigned char *mask, con
                         res[k] = res[k] * base_share + lres[k] * layer_share;
                 }
             }
-            o[lay.r] = to_level<T>(res[0], sc.max_out);
-            o[lay.g] = to_level<T>(res[1], sc.max_out);
-            o[lay.b] = to_level<T>(res[2], sc.max_out);
+            o[lay.r] = lv::to_level<T>(res[0], sc.max_out);
+            o[lay.g] = lv::to_level<T>(res[1], sc.max_out);
+            o[lay.b] = lv::to_level<T>(res[2], sc.max_out);
         }
     }
     return dim.height;
