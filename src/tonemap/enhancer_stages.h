@@ -53,8 +53,16 @@ typedef struct Blur2iArgs {
 // ---- Stage tm1 ----
 
 // Chooses calc_tm1new (trunc(p[16]) nonzero) or calc_tm1old. Leaves the divergence of
-// levels 0 .. max(levels, 2) - 2 at the start of each level of the plane pyramid in work,
-// the log pyramid in pyramidCopy (or tempPath2 in a low-memory run) and stats[0..6].
+// levels 0 .. max(levels, 2) - 2 at the start of each level of the plane pyramid in work
+// (the coarser levels keep attenuation factors), the log pyramid in pyramidCopy (or
+// tempPath2 in a low-memory run) and stats[0..6].
+// Where the image comes from: in a plain run the input image (RGBE rows, or samples of
+// strideIn a row) lies at pyramidCopy on entry; the driver passes the start of its work
+// buffer there and the plane at work + planeOffset, and the log pyramid then overwrites
+// the consumed image. In a low-memory run (kind 0 only) the image is read from
+// opt.sourceFile into work, through tempPath0, and pyramidCopy is unused. With a kind
+// below 0 the caller has put the log plane in work and filled stats[0..2].
+// Returns 1, -1 bad size, kind or temp-file open, -2 short transfer, -4 memory.
 LV_API int calc_tm1(int kind, float *p, int levels, float *stats, float *expTable, float *curve,
                     DimParam dim, OptimParam opt, LvProgressCallback callback, float *pyramidCopy,
                     float *work);
@@ -157,10 +165,41 @@ struct SolverPlan {
 };
 SolverPlan solver_plan(int width, int height, int levels);
 
-// Coarse solution (cw x ch) to the start of the next finer level (fw x fh): even-even
-// copies, one odd coordinate takes the mean of two, odd-odd the mean of four; at the last
-// column or row of an even side the missing coarse neighbour is the pixel itself, or with
-// wrap the pixel across the seam (the row's start, or the row's middle sample).
+// Levels of the old pipeline's fixed-depth pyramid.
+constexpr int kOldLevels = 5;
+
+// Bilinear doubling of a coarse plane (cw x ch) onto a finer one (fw x fh, fw <= 2 cw):
+// fine (x, y) sits on coarse (x / 2, y / 2); even-even takes that pixel, one odd coordinate
+// the mean of two, odd-odd the mean of four. At the last column or row of an even side
+// the missing coarse neighbour is the pixel itself, or with wrap the pixel across the
+// seam (the row's start) and, below the last row, that row's middle sample. Calls
+// put(index, value) for every fine pixel in row order.
+template <class Put>
+void upsample(const float *coarse, int cw, int ch, int fw, int fh, int wrap, Put put) {
+    for (int y = 0; y < fh; ++y) {
+        const int cy = y / 2;
+        const bool odd_y = y & 1;
+        const float *r0 = coarse + static_cast<long>(cy) * cw;
+        const bool below_missing = odd_y && cy + 1 >= ch;
+        const float *r1 = below_missing ? r0 : r0 + cw;
+        const long base = static_cast<long>(y) * fw;
+        auto below = [&](int col) { return below_missing && wrap ? r0[cw / 2] : r1[col]; };
+        for (int x = 0; x < fw; ++x) {
+            const int cx = x / 2;
+            if (!(x & 1)) {
+                put(base + x, odd_y ? (r0[cx] + below(cx)) * 0.5f : r0[cx]);
+                continue;
+            }
+            int nx = cx + 1;
+            if (nx >= cw) nx = wrap ? 0 : cx;
+            put(base + x, odd_y ? (r0[cx] + r0[nx] + below(cx) + below(nx)) * 0.25f
+                                : (r0[cx] + r0[nx]) * 0.5f);
+        }
+    }
+}
+
+// The upsampled coarse solution becomes the start of the finer level; sides that stopped
+// halving are copied.
 void prolong(const float *coarse, int cw, int ch, float *fine, int fw, int fh, int wrap);
 
 } // namespace lv
