@@ -7,6 +7,7 @@
 
 #include "frame/band_threads.h"
 #include "tonemap/enhancer_stages.h"
+#include "tonemap/stage_buffers.h"
 
 extern "C" {
 float _progressInit = 0.0f;
@@ -15,9 +16,10 @@ float _progressIncrement = 0.0f;
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
+using lv::alloc_floats;
+using lv::File;
+using lv::FloatBuf;
+using lv::FreeDeleter;
 
 // Update of a pixel on the image's rim. Without wrap, missing neighbours are left out
 // and the mean is taken over those present (factor 0.5 at a corner, 0.3333 on an edge);

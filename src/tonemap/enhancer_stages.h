@@ -102,12 +102,20 @@ typedef struct Tm1bArgs {
 // work becomes exp of the solved plane. 1, or a negative code.
 LV_API int calc_tm2new2(int lastLevel, float *p, LvProgressCallback callback, float *work,
                         DimParam dim, OptimParam opt);
+// The two-resolution run: with guess (a full-size log plane, e.g. the upsampled solution
+// of a reduced copy) level 0 alone is solved, starting from the guess. NULL: calc_tm2new2.
+LV_API int calc_tm2new2_guess(int lastLevel, float *p, LvProgressCallback callback, float *work,
+                              DimParam dim, OptimParam opt, const float *guess);
 // Coarse-to-fine relaxation with the blur kernels. rhsFile, when not NULL, holds level 0's
 // divergence (a low-memory run); the plane is then written back to it. 1, or negative.
 LV_API int calc_tm2old(int lastLevel, float *p, LvProgressCallback callback, float *work,
                        DimParam dim, OptimParam opt, FILE *rhsFile);
-// Conjugate gradient on A x = rhs (rhs from float offset), in memory (stripMode 0) or
-// through the five temp files in one or two strips. Returns iterations, or negative.
+// Conjugate gradient on A x = rhs, from the start in x. stripMode 0: in memory, rhs from
+// float offset (it is overwritten by the search direction). 1 or 2: the right-hand side
+// is read from pathIn at float offset, the arrays live in the other four files, and x
+// (holding the start, receiving the solution) must have room for 2 x (w h - w h / 2)
+// floats in mode 1 (two strips) and 2 x w h in mode 2 (one strip). Returns iterations
+// done, -4 memory, -20 open or seek, -21 short read, -22 short write.
 LV_API int tm20(int w, int h, int maxIterations, int wrap, int threads, int stripMode,
                 LvProgressCallback callback, const char *pathX, const char *pathP,
                 const char *pathR, const char *pathT, const char *pathIn, long offset, float *rhs,

@@ -9,16 +9,14 @@
 
 #include "lumivantor/fileio.h"
 #include "tonemap/enhancer_stages.h"
+#include "tonemap/stage_buffers.h"
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
+using lv::alloc_floats;
+using lv::File;
+using lv::FloatBuf;
+using lv::FreeDeleter;
 
 // Marks a black pixel (no exponent or no luminance) until the holes are filled.
 constexpr float kHole = -1e9f;

@@ -15,21 +15,14 @@
 #include "frame/band_threads.h"
 #include "frame/statistics.h"
 #include "tonemap/enhancer_stages.h"
+#include "tonemap/stage_buffers.h"
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
-using FloatBuf = std::unique_ptr<float[], FreeDeleter>;
-using File = std::unique_ptr<FILE, FileCloser>;
-
-FloatBuf alloc_floats(long n) {
-    return FloatBuf(static_cast<float *>(std::calloc(n > 0 ? n : 1, sizeof(float))));
-}
+using lv::alloc_floats;
+using lv::File;
+using lv::FloatBuf;
+using lv::FreeDeleter;
 
 constexpr int kMaxLevels = 40;
 

@@ -11,17 +11,14 @@
 #include <memory>
 
 #include "tonemap/enhancer_stages.h"
+#include "tonemap/stage_buffers.h"
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-using FloatBuf = std::unique_ptr<float[], FreeDeleter>;
-
-FloatBuf alloc_floats(long n) {
-    return FloatBuf(static_cast<float *>(std::calloc(n > 0 ? n : 1, sizeof(float))));
-}
+using lv::alloc_floats;
+using lv::File;
+using lv::FloatBuf;
+using lv::FreeDeleter;
 
 // Sweeps of a level: the finest gets the iteration budget of p[17], each coarser level
 // twice the finer one's (up to 16 times the budget); the coarsest level, solved from
