@@ -7,17 +7,13 @@
 
 #include "frame/band_threads.h"
 #include "lumivantor/colour.h"
+#include "tonemap/owned.h"
 #include "tonemap/tm3.h"
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-template <class T> using CBuf = std::unique_ptr<T[], FreeDeleter>;
-template <class T> CBuf<T> calloc_array(size_t n) {
-    return CBuf<T>(static_cast<T *>(std::calloc(n ? n : 1, sizeof(T))));
-}
+using lv::CBuf;
+using lv::calloc_array;
 
 // Bytes of one input row as the pixel loop advances over it.
 size_t input_row_bytes(int kind, const DimParam &d) {

@@ -13,6 +13,7 @@
 
 #include "colour/hsl_core.h"
 #include "lumivantor/colour.h"
+#include "tonemap/owned.h"
 #include "tonemap/tm3.h"
 #include "tonemap/tone_pixel.h"
 
@@ -20,9 +21,6 @@ namespace {
 
 constexpr int kBlock = LV_TMPARAM_COUNT;
 
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
 
 // Gamma of the plane from a midtone slider: values that would leave 0.34..2.01 (the
 // default slider of 50 among them) mean no gamma at all.
@@ -428,17 +426,16 @@ extern "C" int tm31(int kind, DimParam dim, float *p, unsigned char *mask, float
                           lumTable ? lumTable + at : nullptr};
     }
 
-    std::unique_ptr<FILE, FileCloser> rows_file;
+    lv::OwnedFile rows_file;
     std::unique_ptr<unsigned char[]> row_store;
     if (opt.lowMemory) {
         rows_file.reset(opt.tempPath0 ? std::fopen(opt.tempPath0, "rb") : nullptr);
         if (!rows_file) return LV_ERR_ARG;
         row_store.reset(new (std::nothrow) unsigned char[static_cast<size_t>(dim.width) * 4]);
         if (!row_store) return LV_ERR_NOMEM;
-        if (p[19] != 1.0f) {
-            const int r = tm30(&dim, p, 0, plane);
-            if (r < 0) return r;
-        }
+        // The plane of a low-memory run comes from its temp file as the solver left it.
+        const int r = tm30(&dim, p, 0, plane);
+        if (r < 0) return r;
     }
 
     const Band band{k.get(),

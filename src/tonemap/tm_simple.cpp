@@ -14,6 +14,7 @@
 
 #include "colour/hsl_core.h"
 #include "frame/band_threads.h"
+#include "tonemap/owned.h"
 #include "tonemap/tone_pixel.h"
 #include "lumivantor/colour.h"
 
@@ -22,13 +23,8 @@ namespace {
 constexpr int kHue = LV_HUE_TABLE_SIZE;
 constexpr int kBlock = LV_TMPARAM_COUNT;
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-template <class T> using CBuf = std::unique_ptr<T[], FreeDeleter>;
-template <class T> CBuf<T> calloc_array(size_t n) {
-    return CBuf<T>(static_cast<T *>(std::calloc(n ? n : 1, sizeof(T))));
-}
+using lv::CBuf;
+using lv::calloc_array;
 
 // Scene constants shared by the base block and every layer.
 struct Scene {
