@@ -23,8 +23,8 @@
 
 namespace {
 
-using lv::CBuf;
 using lv::calloc_array;
+using lv::CBuf;
 using File = lv::OwnedFile;
 
 // The last dot decides: at least three characters must follow it, and their first three
@@ -245,16 +245,20 @@ int first_stages(Job &j) {
     }
     report(j.cb, 0.4f);
 
-    if (guess && !j.low) {
+    // The solver of the current pipeline starts level 0 from the upsampled reduced
+    // solution and skips the coarser levels; the old one has no use for it.
+    const float *start = nullptr;
+    if (guess && !j.low && j.p[16] > 0.0f) {
         levels = std::min(levels, plan.halvings + 1 + 2 * plan.old);
         install_guess(plan, guess, static_cast<int>(j.p[15]), reinterpret_cast<float *>(j.work));
+        start = reinterpret_cast<const float *>(j.work);
     }
     rwork.reset();
 
     if (j.p[16] == 0.0f)
         r = calc_tm2old(levels - 1, j.p, j.cb, plane, dim, j.opt, plane_file.get());
     else
-        r = calc_tm2new2(levels - 1, j.p, j.cb, plane, dim, j.opt);
+        r = calc_tm2new2_guess(levels - 1, j.p, j.cb, plane, dim, j.opt, start);
     if (r < 0) return r;
 
     // A low-memory solve of few levels stays in memory and leaves its plane in work only;
