@@ -61,15 +61,16 @@ bool read_sliders(const ParsedArgs &args, SliderDef *defs, size_t n, std::string
     return true;
 }
 
-// One tone-mapping method: reads its own sliders, then maps. On false, err says why and
-// usage tells a wrong command line from failed work.
+// One tone-mapping method: reads its own sliders, then maps, or with no image only checks
+// the sliders. On false, err says why and usage tells a wrong command line from failed
+// work.
 struct Method {
     const char *name;
-    bool (*run)(const ParsedArgs &args, HdrImage &hdr, const std::string &in_path, int bits,
+    bool (*run)(const ParsedArgs &args, HdrImage *hdr, const std::string &in_path, int bits,
                 Image &out, bool &usage, std::string &err);
 };
 
-bool run_simple(const ParsedArgs &args, HdrImage &hdr, const std::string &, int bits, Image &out,
+bool run_simple(const ParsedArgs &args, HdrImage *hdr, const std::string &, int bits, Image &out,
                 bool &usage, std::string &err) {
     ToneSettings s;
     SliderDef defs[] = {{"--brightness", -10, 10, &s.brightness},
@@ -84,11 +85,12 @@ bool run_simple(const ParsedArgs &args, HdrImage &hdr, const std::string &, int 
             return !(usage = true);
         }
     if (!read_sliders(args, defs, sizeof defs / sizeof defs[0], err)) return !(usage = true);
+    if (!hdr) return true;
     ProgressBar bar("tone mapping");
-    return tonemap_simple(hdr, s, bits, out, err);
+    return tonemap_simple(*hdr, s, bits, out, err);
 }
 
-bool run_enhancer(const ParsedArgs &args, HdrImage &hdr, const std::string &in_path, int bits,
+bool run_enhancer(const ParsedArgs &args, HdrImage *hdr, const std::string &in_path, int bits,
                   Image &out, bool &usage, std::string &err) {
     EnhancerSettings s;
     SliderDef defs[] = {
@@ -105,7 +107,7 @@ bool run_enhancer(const ParsedArgs &args, HdrImage &hdr, const std::string &in_p
     if (!read_sliders(args, defs, sizeof defs / sizeof defs[0], err)) return !(usage = true);
     s.low_memory = args.has("--low-memory");
     s.two_resolution = args.has("--two-resolution");
-    return tonemap_enhancer(hdr, in_path, s, bits, out, err);
+    return !hdr || tonemap_enhancer(*hdr, in_path, s, bits, out, err);
 }
 
 // Further methods join this table.
@@ -164,6 +166,11 @@ int cmd_tonemap(int argc, char **argv) {
     if (bits == 16 && (ext == "jpg" || ext == "jpeg"))
         return usage_error("tonemap", "JPEG holds 8 bits a sample; use .png or .tif for 16");
 
+    Image picture;
+    bool usage = false;
+    if (!method->run(args, nullptr, "", int(bits), picture, usage, err))
+        return usage_error("tonemap", err);
+
     const std::string &in_path = args.positional[0];
     if (sniff_file(in_path) == FileKind::missing) return fail(in_path, "no such file");
     if (sniff_file(in_path) != FileKind::radiance) return fail(in_path, "not a Radiance HDR file");
@@ -171,9 +178,7 @@ int cmd_tonemap(int argc, char **argv) {
     HdrImage hdr;
     if (!read_hdr(in_path, hdr, err)) return fail(in_path, err);
     const double t_read = clock.lap();
-    Image picture;
-    bool usage = false;
-    if (!method->run(args, hdr, in_path, int(bits), picture, usage, err))
+    if (!method->run(args, &hdr, in_path, int(bits), picture, usage, err))
         return usage ? usage_error("tonemap", err) : fail(in_path, err);
     const double t_map = clock.lap();
     if (!write_image(out_path, picture, err)) return fail(out_path, err);
