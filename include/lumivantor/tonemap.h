@@ -101,8 +101,9 @@ LV_API int mem4enhancer(int kind, float *p, size_t *pair, size_t *total, DimPara
  * stats: seven floats, filled unless re-finishing. expTable: exp_lut(table, -8) for RGBE.
  * mask: NULL or mask layers as for tm_simple. input: the image, or NULL to read
  * opt.sourceFile (a .hdr file). work: mem4enhancer's total bytes (low memory: see there);
- * receives the output at its start. opt.lowMemory streams through opt.tempPath0..5, which
- * are left for the host to delete; opt.pyramidMode 1 solves a reduced copy first (not with
+ * receives the output at its start. opt.lowMemory (HDR input) reads opt.sourceFile and
+ * streams through opt.tempPath0..5, which are left for the host to delete. Float input
+ * (inputFormat 10) sets bpsIn 32; opt.pyramidMode 1 solves a reduced copy first (not with
  * p[16] = 1), 9 only stores the reduced width and height as two ints in work. Returns the
  * rows written (height, or the last band's rows), -10 no input, -11 source not .hdr,
  * -12 work too small, -400 work NULL, or another negative code of a stage. */

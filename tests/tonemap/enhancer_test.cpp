@@ -151,10 +151,12 @@ struct Job {
     OptimParam opt{};
     float stats[7] = {};
     std::vector<unsigned char> work;
+    bool floats = false; // interleaved float input instead of RGBE rows
     int run(const unsigned char *input) {
         float table[256];
         exp_lut(table, -8);
-        const DimParam d = rgbe_dim(w, h);
+        DimParam d = rgbe_dim(w, h);
+        if (floats) d.inputFormat = 10, d.bpsIn = 32;
         size_t pair[2], total;
         mem4enhancer(0, p.data(), pair, &total, d);
         if (work.empty()) work.resize(opt.lowMemory ? pair[0] : total);
@@ -179,6 +181,21 @@ TEST(Enhancer, RepeatableAndReFinishedAnyNumberOfTimes) {
     for (unsigned char v : first)
         spread = std::max(spread, int(v));
     EXPECT_GT(spread, 200);
+
+    // The same scene as floats runs the whole road too.
+    std::vector<float> rgb(size_t(3) * a.w * a.h);
+    float table[256];
+    exp_lut(table, -8);
+    for (int i = 0; i < a.w * a.h; ++i)
+        for (int c = 0; c < 3; ++c) {
+            const unsigned char *row = &img[size_t(4) * a.w * (i / a.w)];
+            rgb[3 * i + c] = row[c * a.w + i % a.w] * table[row[3 * a.w + i % a.w]];
+        }
+    Job f;
+    f.floats = true;
+    EXPECT_GT(f.run(reinterpret_cast<unsigned char *>(rgb.data())), 0);
+    const auto shown = f.output();
+    EXPECT_GT(*std::max_element(shown.begin(), shown.end()), 200);
 
     // New saturation without the first stages (stats as they stand), then back, then a
     // column range of the new saturation over the old output.
