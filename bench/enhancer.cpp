@@ -61,9 +61,8 @@ int main(int argc, char **argv) {
     std::vector<unsigned char> work(total);
 
     g_start = Clock::now();
-    const int rc =
-        lv_tm_enhancer(0, p, nullptr, stats, table, nullptr, d, o, on_progress, rgbe.data(),
-                       work.data());
+    const int rc = lv_tm_enhancer(0, p, nullptr, stats, table, nullptr, d, o, on_progress,
+                                  rgbe.data(), work.data());
     const Clock::time_point end = Clock::now();
     if (rc < 0) {
         std::fprintf(stderr, "lv_tm_enhancer failed: %d\n", rc);
