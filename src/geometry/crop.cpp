@@ -10,7 +10,8 @@
 
 namespace {
 
-// A preview size that no number of halvings reaches.
+// A crop origin outside the image, and a preview size that no number of halvings reaches.
+constexpr int kOutside = -2;
 constexpr int kNotALevel = -5;
 
 // Copies the three carried samples of a w x h rectangle between interleaved images.
@@ -66,7 +67,7 @@ LV_API int extract_crop(int count, int width, int height, int ncomp, int unused,
     (void)count;
     (void)unused;
     if (width < 5 || height < 5 || cropW < 5 || cropH < 5) return LV_ERR_ARG;
-    if (x0 < 0 || y0 < 0 || x0 >= width || y0 >= height) return LV_ERR_IO;
+    if (x0 < 0 || y0 < 0 || x0 >= width || y0 >= height) return kOutside;
     const long pitch = static_cast<long>(width) * ncomp,
                out_pitch = static_cast<long>(cropW) * ncomp;
     switch (bits) {

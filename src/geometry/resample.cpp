@@ -7,15 +7,12 @@
 #include <memory>
 
 #include "fileio/rgbe_pixel.h"
+#include "frame/c_buffer.h"
 #include "geometry/pixel_samples.h"
 #include "lumivantor/frame.h"
 #include "lumivantor/geometry.h"
 
 namespace {
-
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
 
 // Source coordinates and weights of one bilinear output pixel. The far neighbour is held
 // to the last row or column: it is only reached when enlarging more than twofold, where
@@ -68,8 +65,7 @@ void bilinear(int srcW, int srcH, long srcPitch, int dstW, int dstH, long dstPit
 }
 
 int downsample_rgbe(int srcW, int srcH, int dstW, int dstH, const uint8_t *src, uint8_t *dst) {
-    std::unique_ptr<float[], FreeDeleter> table(
-        static_cast<float *>(std::calloc(256, sizeof(float))));
+    lv::CBuf<float> table = lv::calloc_array<float>(256);
     if (!table) return LV_ERR_NOMEM;
     for (int e = 0; e < 256; ++e)
         table[e] = static_cast<float>(std::ldexp(1.0, e - 136));

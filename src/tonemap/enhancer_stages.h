@@ -173,6 +173,11 @@ struct SolverPlan {
 };
 SolverPlan solver_plan(int width, int height, int levels);
 
+// Coarsest level the solver may take from a divergence pyramid of stage tm1 for a
+// solve up to lastLevel: the last one holding a divergence (lastLevel - 1), and never one
+// that tm1's pyramid, which halves only while both sides are at least 6, doesn't have.
+int coarsest_solved_level(int width, int height, int lastLevel);
+
 // Levels of the old pipeline's fixed-depth pyramid.
 constexpr int kOldLevels = 5;
 

@@ -6,11 +6,10 @@
 #include <cstdlib>
 #include <memory>
 
+#include "frame/c_buffer.h"
+
 namespace lv {
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
 struct FileCloser {
     void operator()(FILE *f) const { std::fclose(f); }
 };

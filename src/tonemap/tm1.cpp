@@ -223,7 +223,7 @@ int divergence(float *f, int w, int h, LogRows &H, float *frows) {
         const float *hr = H.row(y);
         const float *hu = y > 0 ? H.row(y - 1) : nullptr;
         const float *hd = y < h - 1 ? H.row(y + 1) : nullptr;
-        for (int x = 0; x < w; ++x) {
+        auto rim = [&](int x) {
             const float c = hr[x];
             float terms[4];
             int n = 0;
@@ -235,7 +235,20 @@ int divergence(float *f, int w, int h, LogRows &H, float *frows) {
             for (int i = 1; i < n; ++i)
                 d += terms[i];
             out[x] = d;
+        };
+        if (!hu || !hd) {
+            for (int x = 0; x < w; ++x)
+                rim(x);
+            continue;
         }
+        // Inner pixels have all four terms, summed in the same order as rim() does.
+        for (int x = 1; x < w - 1; ++x) {
+            const float c = hr[x];
+            out[x] = (hr[x + 1] - c) * fcur[x] + (hd[x] - c) * fcur[x] +
+                     (hr[x - 1] - c) * fcur[x - 1] + (hu[x] - c) * fprev[x];
+        }
+        rim(0);
+        if (w > 1) rim(w - 1);
     }
     return 1;
 }

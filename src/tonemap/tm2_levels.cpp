@@ -57,7 +57,7 @@ LV_API int calc_tm2new2_guess(int lastLevel, float *p, LvProgressCallback callba
     // Stage tm1 writes a divergence up to level lastLevel - 1 only; the level above still
     // holds attenuation factors, whose right-hand side has no solution under Neumann
     // edges. So the coarsest level solved is the coarsest one holding a divergence.
-    const int coarsest = guess ? 0 : std::max(lastLevel - 1, 0);
+    const int coarsest = guess ? 0 : lv::coarsest_solved_level(W, H, lastLevel);
     const lv::SolverPlan plan = lv::solver_plan(W, H, coarsest + 1);
     const int top = plan.count - 1;
     const long n0 = static_cast<long>(W) * H;

@@ -40,7 +40,8 @@ LV_API int calc_tm2old(int lastLevel, float *p, LvProgressCallback callback, flo
     const int threads = opt.lowMemory ? 0 : opt.numThreads;
     // Stage tm1 leaves a divergence up to level lastLevel - 1 only; the level above still
     // holds attenuation factors, so the coarsest solved level is the last divergence.
-    const int coarsest = std::max(lastLevel - 1, 0);
+    const int coarsest =
+        std::min(lv::coarsest_solved_level(dim.width, dim.height, lastLevel), lv::kOldLevels - 1);
     const lv::SolverPlan plan = lv::solver_plan(dim.width, dim.height, coarsest + 1);
     const int top = plan.count - 1;
     const bool streaming = rhsFile != nullptr;

@@ -1,5 +1,6 @@
 // The solver's pyramid plan and the prolongation that carries a coarse solution, or a
 // coarse plane of attenuation factors, up to the next finer level.
+#include <algorithm>
 #include <cstring>
 
 #include "tonemap/enhancer_stages.h"
@@ -18,6 +19,13 @@ SolverPlan solver_plan(int width, int height, int levels) {
         if (w > 3 && h > 3) w = (w + 1) / 2, h = (h + 1) / 2;
     }
     return plan;
+}
+
+int coarsest_solved_level(int width, int height, int lastLevel) {
+    int available = 0;
+    for (int w = width, h = height; w >= 6 && h >= 6; w = (w + 1) / 2, h = (h + 1) / 2)
+        ++available;
+    return std::min(std::max(lastLevel - 1, 0), available);
 }
 
 void prolong(const float *coarse, int cw, int ch, float *fine, int fw, int fh, int wrap) {

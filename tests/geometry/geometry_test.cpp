@@ -62,7 +62,7 @@ TEST(Downsample, RgbeExponentZeroCountsAsBlackAndFloatsMixWithoutTruncation) {
     const float got = dst[1] * table[dst[9 + 1]];
     EXPECT_NEAR(got, expected, expected / 64);
 
-    std::vector<float> f = {0, 10, 20, 30, 0, 10, 20, 30}, out(2 * 2, -1);
+    std::vector<float> f = {0, 10, 20, 30, 0, 10, 20, 30}, out(3 * 2, -1);
     lv_downsample(4, 2, 4, 3, 2, 3, 1, 323, f.data(), out.data());
     EXPECT_FLOAT_EQ(out[1], 13.333333f);
 }

@@ -3,9 +3,13 @@
 // identical bytes for a given thread count, the strip route through temp files, and the
 // codes of temp-file faults.
 #include <gtest/gtest.h>
+#include <png.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <sstream>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -91,6 +95,20 @@ TEST(Solver, ConjugateGradientStopsOnZeroOrNanAndConvergesOnAKnownPlane) {
     }
 }
 
+TEST(Solver, LevelsBeyondTheDivergencePyramidAreNeverRead) {
+    // 20 x 7 halves once in stage tm1 (to 10 x 4); asked for more, the solver stops there.
+    const int w = 20, h = 7;
+    Params pr(w, h);
+    std::vector<float> work = make_problem(w, h, 2, 0).work;
+    work.resize(w * h + 10 * 4); // exactly the two levels: ASan sees any read beyond
+    ASSERT_EQ(calc_tm2new2(6, pr.p, nullptr, work.data(), pr.dim, pr.opt), 1);
+    EXPECT_LT(log_error(work, w, h), 0.05f);
+
+    const lv::SolverPlan narrow = lv::solver_plan(3, 100, 4); // a side of 3 stops the halving
+    EXPECT_EQ(narrow.h[3], 100);
+    EXPECT_EQ(narrow.total, 4 * 300);
+}
+
 TEST(Solver, PyramidSolveRecoversThePlaneAndRepeatsItsBytes) {
     const int w = 300, h = 250;
     Params pr(w, h);
@@ -160,3 +178,88 @@ TEST(Solver, StripRouteMatchesTheInMemorySolveAndReportsFileFaults) {
 }
 
 } // namespace
+
+// The street bracket merged by the library, through both stages at the enhancer's
+// defaults: the plane must be finite and compress the scene's range, and a plain
+// rendering of it is written as PNG for a person to look at.
+TEST(Stages, StreetBracketGivesAFiniteCompressedPlane) {
+    const std::string dir = std::string(LV_DATA_DIR) + "/street/";
+    std::ifstream list(dir + "exposures.txt");
+    std::vector<unsigned char> bracket;
+    std::vector<float> factors;
+    png_image img{};
+    for (std::string line, name; std::getline(list, line);) {
+        std::istringstream in(line);
+        float seconds;
+        if (!(in >> name >> seconds) || name[0] == '#') continue;
+        img = png_image{};
+        img.version = PNG_IMAGE_VERSION;
+        ASSERT_TRUE(png_image_begin_read_from_file(&img, (dir + name).c_str()));
+        img.format = PNG_FORMAT_RGB;
+        bracket.resize(bracket.size() + PNG_IMAGE_SIZE(img));
+        png_image_finish_read(&img, nullptr, &bracket[bracket.size() - PNG_IMAGE_SIZE(img)], 0,
+                              nullptr);
+        factors.push_back(seconds);
+    }
+    if (factors.empty()) GTEST_SKIP() << "no street bracket in " << dir;
+    const int w = img.width, h = img.height;
+    std::vector<unsigned char> rgbe(4L * w * h);
+    float curve[256], mstats[3], table[256], stats[7] = {};
+    ASSERT_EQ(lv_hdr_merge(nullptr, 0, int(factors.size()), w, h, 3, 8, 0, -1.0f, curve,
+                           factors.data(), bracket.data(), mstats, rgbe.data()),
+              h);
+    exp_lut(table, -8);
+    for (float member : {1.0f, 0.0f}) { // the new pipeline, then the old one
+        Params pr(w, h);
+        pr.opt.numThreads = 2;
+        pr.p[16] = member;
+        // What the enhancer's memory plan gives for this size (one more for the old one).
+        const int levels = member > 0 ? 4 : 5;
+        std::vector<float> copy(2L * w * h), work(2L * w * h);
+        std::memcpy(copy.data(), rgbe.data(), rgbe.size());
+        ASSERT_EQ(calc_tm1(0, pr.p, levels, stats, table, nullptr, pr.dim, pr.opt, nullptr,
+                           copy.data(), work.data()),
+                  1);
+        if (member > 0)
+            ASSERT_EQ(calc_tm2new2(levels - 1, pr.p, nullptr, work.data(), pr.dim, pr.opt), 1);
+        else
+            ASSERT_EQ(calc_tm2old(levels - 1, pr.p, nullptr, work.data(), pr.dim, pr.opt, nullptr),
+                      1);
+
+        // Range of the log plane between its 1st and 99th percentiles, against the input's.
+        auto spread = [](std::vector<float> v) {
+            std::sort(v.begin(), v.end());
+            return v[v.size() * 99 / 100] - v[v.size() / 100];
+        };
+        std::vector<float> in_log(copy.begin(), copy.begin() + long(w) * h), out_log(long(w) * h);
+        for (long i = 0; i < long(w) * h; ++i) {
+            ASSERT_TRUE(std::isfinite(work[i]) && work[i] > 0.0f) << i;
+            out_log[i] = std::log(work[i]);
+        }
+        EXPECT_LT(spread(out_log), 0.7f * spread(in_log));
+
+        // Colour follows the new luminance with the input's ratios; 99th percentile to white.
+        std::vector<float> sorted(work.begin(), work.begin() + long(w) * h);
+        std::nth_element(sorted.begin(), sorted.begin() + sorted.size() * 99 / 100, sorted.end());
+        const float white = sorted[sorted.size() * 99 / 100];
+        std::vector<unsigned char> out(3L * w * h);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const unsigned char *r = &rgbe[4L * w * y];
+                float c[3];
+                for (int k = 0; k < 3; ++k)
+                    c[k] = r[k * w + x] * table[r[3 * w + x]];
+                const float lum = 0.2126f * c[0] + 0.7152f * c[1] + 0.0722f * c[2] + 1e-20f;
+                for (int k = 0; k < 3; ++k) {
+                    const float v = std::pow(c[k] / lum, 0.6f) * work[long(y) * w + x] / white;
+                    out[(long(y) * w + x) * 3 + k] = (unsigned char)std::min(
+                        255.0f, 255.0f * std::pow(std::max(v, 0.0f), 1 / 2.2f));
+                }
+            }
+        png_image o{};
+        o.version = PNG_IMAGE_VERSION, o.width = w, o.height = h, o.format = PNG_FORMAT_RGB;
+        const std::string name =
+            member > 0 ? "/enhancer_stages_street.png" : "/enhancer_stages_street_old.png";
+        png_image_write_to_file(&o, (LV_BINARY_DIR + name).c_str(), 0, out.data(), 0, nullptr);
+    }
+}
