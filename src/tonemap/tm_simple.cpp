@@ -14,7 +14,7 @@
 
 #include "colour/hsl_core.h"
 #include "frame/band_threads.h"
-#include "tonemap/owned.h"
+#include "frame/c_buffer.h"
 #include "tonemap/tone_pixel.h"
 #include "lumivantor/colour.h"
 
