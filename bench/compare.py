@@ -96,6 +96,7 @@ def enhancer_rows(bench, ours_hdr, pfs_in, work, mp, rows):
 
 def main():
     lvhdr, hdr_io, data, work = sys.argv[1:5]
+    fp_io = os.path.join(os.path.dirname(hdr_io), "bench_float_tiff")
     frames = sorted(glob.glob(os.path.join(data, "*.jp*g")))
     if len(frames) < 2:
         sys.exit("bench/compare: no bracket in %s" % data)
@@ -124,6 +125,23 @@ def main():
     t = best([PY, peers, "read", ours_hdr], kv)
     rows.append((".hdr read", "OpenCV imread", *t, ""))
 
+    # Float TIFF rows also quote processor time, which a loaded machine disturbs less.
+    ours_tif = os.path.join(work, "ours.tif")
+    tiff_ops = [("float TIFF write", "lumivantor fp_save", [fp_io, "write", ours_hdr, ours_tif],
+                 "uncompressed, one strip"),
+                ("float TIFF write", "OpenCV imwrite",
+                 [PY, peers, "tiffwrite", ours_hdr, os.path.join(work, "opencv.tif")],
+                 "uncompressed"),
+                ("float TIFF read", "lumivantor fp2rgbe", [fp_io, "read", ours_tif],
+                 "to planar RGBE"),
+                ("float TIFF read", "OpenCV imread", [PY, peers, "tiffread", ours_tif],
+                 "to float BGR")]
+    for task, tool, cmd, note in tiff_ops:
+        cpu = []
+        t = best(cmd, lambda out, wall: (cpu.append(float(re.search(r"cpu=([\d.]+)", out)
+                                                          .group(1))), kv(out, wall))[1])
+        rows.append((task, tool, *t, "%s; cpu %.3f s" % (note, min(cpu))))
+
     t = best([lvhdr, "tonemap", "--timings", "-o", os.path.join(work, "ours.png"), ours_hdr],
              lvhdr_timing("tonemap", mp))
     rows.append(("global tone map", "lumivantor tm_simple", *t, "with its statistics"))
@@ -138,6 +156,26 @@ def main():
     results = [pfstmo() for _ in range(REPEAT)]
     rows.append(("global tone map", "pfstmo_reinhard05", min(r[2] for r in results),
                  max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
+
+    # The contrast optimizer (local tone map) at its defaults on 1 and 2 threads, beside a
+    # local operator of pfstools. Its own program prints the step times and the share of
+    # coefficients that took the exact path per level.
+    optimizer = os.path.join(os.path.dirname(hdr_io), "bench_optimizer")
+    for threads in (1, 2):
+        out, _, _ = run([optimizer, ours_hdr, str(threads)])
+        t = best([optimizer, ours_hdr, str(threads)], kv)
+        steps = " ".join("%s %s" % kv_ for kv_ in re.findall(
+            r"(acquire|tower|stats|store|levels|collapse|finish)=([\d.]+)", out))
+        exact = re.search(r"exact_percent_by_level=([\d.,]+)", out).group(1)
+        rows.append(("local tone map", "lumivantor lv_tm_optimizer %dT" % threads, *t,
+                     "steps s: %s; exact %% by level: %s" % (steps, exact)))
+        if threads == 1:
+            def durand():
+                with open(pfs_in, "rb") as i, open(os.path.join(work, "durand.pfs"), "wb") as o:
+                    return run(["pfstmo_durand02"], stdin=i, stdout=o)
+            results = [durand() for _ in range(REPEAT)]
+            rows.append(("local tone map", "pfstmo_durand02", min(r[2] for r in results),
+                         max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
 
     if len(sys.argv) > 5:
         enhancer_rows(sys.argv[5], ours_hdr, pfs_in, work, mp, rows)

@@ -5,6 +5,8 @@
   peers_opencv.py read IN.hdr            imread of a Radiance file
   peers_opencv.py write IN.hdr OUT.hdr   imwrite of a Radiance file (after reading it)
   peers_opencv.py tonemap IN.hdr OUT.png TonemapReinhard to 8 bits
+  peers_opencv.py tiffwrite IN.hdr OUT.tif  imwrite of uncompressed float TIFF (after reading)
+  peers_opencv.py tiffread IN.tif        imread of a float TIFF
 
 TIMES is a comma-separated list of exposure times in seconds. Decoding and file reads that
 only prepare the input are left out of the time, as they are on our side. Prints
@@ -57,6 +59,20 @@ def main():
         out = np.clip(ldr * 255.0, 0, 255).astype(np.uint8)
         report(time.perf_counter() - t0, img)
         cv2.imwrite(args[1], out)
+    elif op == "tiffwrite":
+        img = read_hdr(args[0])
+        t0, c0 = time.perf_counter(), time.process_time()
+        if not cv2.imwrite(args[1], img, [cv2.IMWRITE_TIFF_COMPRESSION, 1]):
+            sys.exit("peers_opencv: %s: write failed" % args[1])
+        print("cpu=%.6f" % (time.process_time() - c0))
+        report(time.perf_counter() - t0, img)
+    elif op == "tiffread":
+        t0, c0 = time.perf_counter(), time.process_time()
+        img = cv2.imread(args[0], cv2.IMREAD_UNCHANGED)
+        if img is None:
+            sys.exit("peers_opencv: %s: OpenCV cannot read it" % args[0])
+        print("cpu=%.6f" % (time.process_time() - c0))
+        report(time.perf_counter() - t0, img)
     else:
         sys.exit("usage: see the module's docstring")
 

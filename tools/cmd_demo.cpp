@@ -6,12 +6,15 @@
 #include "progress_bar.h"
 #include "synth_bracket.h"
 #include "tonemap_enhancer.h"
+#include "tonemap_optimizer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <thread>
 #include <sys/stat.h>
 
 namespace lvhdr {
@@ -28,7 +31,8 @@ const char *demo_help =
     "  bracket-1.png .. bracket-5.png   the five frames, darkest first\n"
     "  demo.hdr                         the merged HDR image\n"
     "  demo.png, demo-small.png         the enhancer's result, full size and a third\n"
-    "  demo-simple.png                  the global operator's result, for comparison\n";
+    "  demo-simple.png                  the global operator's result, for comparison\n"
+    "  demo-optimizer.png               the contrast optimizer's result at its defaults\n";
 
 bool make_folder(const std::string &dir, std::string &error) {
     struct stat st;
@@ -152,6 +156,19 @@ int cmd_demo(int argc, char **argv) {
     if (!write_image(png, enhanced, err)) return fail(png, err);
     if (!write_image(small, shrink(enhanced, 3), err)) return fail(small, err);
     step("write demo.png, demo-small.png and demo-simple.png", clock.lap());
+    {
+        Image contrast;
+        {
+            ProgressBar bar("contrast optimizer");
+            if (!tonemap_optimizer(reread, OptimizerSettings{}, 8,
+                                   std::max(1, int(std::thread::hardware_concurrency())),
+                                   contrast, err))
+                return fail(hdr_path, err);
+        }
+        const std::string path = dir + "/demo-optimizer.png";
+        if (!write_image(path, contrast, err)) return fail(path, err);
+        step("tone-map (contrast optimizer, defaults) and write demo-optimizer.png", clock.lap());
+    }
 
     std::printf("merge accuracy on %zu recorded pixels (median relative luminance error):\n",
                 known.pixels);
@@ -163,6 +180,7 @@ int cmd_demo(int argc, char **argv) {
         std::printf(" %.2f", std::log2(derived[i] / derived[i - 1]));
     std::printf(" EV (true 2.00)\n");
     std::printf("results in %s/: demo.hdr, demo.png, demo-small.png, demo-simple.png, "
+                "demo-optimizer.png, "
                 "bracket-1..5.png\n",
                 dir.c_str());
     return exit_ok;

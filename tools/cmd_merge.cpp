@@ -3,6 +3,7 @@
 #include "cli.h"
 #include "exif_walk.h"
 #include "commands.h"
+#include "hdr_files.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
 
@@ -11,23 +12,25 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <new>
 
 namespace lvhdr {
 namespace {
 
 const char *merge_help =
-    "usage: lvhdr merge [options] -o OUT.hdr IMAGE...\n"
+    "usage: lvhdr merge [options] -o OUT.hdr|OUT.tif|OUT.exr IMAGE...\n"
     "\n"
-    "Merges a bracket of aligned photographs (8- or 16-bit JPEG, PNG or TIFF, all of one\n"
-    "size) into a Radiance HDR file. The exposures come from each file's EXIF exposure\n"
+    "Merges a bracket of aligned photographs (8- or 16-bit JPEG, PNG, TIFF or PSD, all of one\n"
+    "size) into a Radiance HDR file, a 32-bit float TIFF or an OpenEXR file. The exposures come from each file's EXIF exposure\n"
     "time, f-number and ISO; when a file has none, or with --derive, they are worked out\n"
     "from the images' brightness. The file keeps the capture settings that all frames share.\n"
     "\n"
     "options:\n"
-    "  -o, --output FILE   the .hdr file to write (required)\n"
+    "  -o, --output FILE   the .hdr, .tif or .exr file to write (required)\n"
     "  --ev-step STOPS     take the bracket as evenly spaced by STOPS (e.g. 2), ignoring EXIF\n"
     "  --times LIST        exposure times in seconds, one per image, e.g. 1/250,1/60,1/15\n"
     "  --derive            derive the exposures from the images even when EXIF has them\n"
+    "  --max-pixels N      refuse brackets of more than N pixels in all (default 1073741824)\n"
     "  --timings           print how long each step took\n"
     "  -h, --help          show this help\n";
 
@@ -51,9 +54,23 @@ bool parse_times(const std::string &list, std::vector<float> &times, std::string
     return true;
 }
 
+int merge_main(int argc, char **argv);
+
 } // namespace
 
 int cmd_merge(int argc, char **argv) {
+    // Decoders refuse sizes above the limit; memory can still run out below it, and then
+    // the merge fails with one line instead of an abort.
+    try {
+        return merge_main(argc, argv);
+    } catch (const std::bad_alloc &) {
+        return fail("merge", "out of memory");
+    }
+}
+
+namespace {
+
+int merge_main(int argc, char **argv) {
     ParsedArgs args;
     std::string err;
     if (!parse_args(argc, argv, 2,
@@ -61,8 +78,10 @@ int cmd_merge(int argc, char **argv) {
                      {"--ev-step", nullptr, true},
                      {"--times", nullptr, true},
                      {"--derive", nullptr, false},
+                     {"--max-pixels", nullptr, true},
                      {"--timings", nullptr, false}},
-                    args, err))
+                    args, err) ||
+        !parse_max_pixels(args, err))
         return usage_error("merge", err);
     if (args.has("--help")) {
         std::fputs(merge_help, stdout);
@@ -70,8 +89,8 @@ int cmd_merge(int argc, char **argv) {
     }
     const std::string out_path = args.get("--output");
     if (out_path.empty()) return usage_error("merge", "no output file given (-o OUT.hdr)");
-    if (extension_of(out_path) != "hdr")
-        return usage_error("merge", "the output file must end in .hdr");
+    if (!is_hdr_extension(extension_of(out_path)))
+        return usage_error("merge", "the output file must end in .hdr, .tif or .exr");
     if (args.positional.empty()) return usage_error("merge", "no input images given");
     double step = 0;
     if (args.has("--ev-step") &&
@@ -100,6 +119,12 @@ int cmd_merge(int argc, char **argv) {
             const std::string &path = args.positional[size_t(i)];
             Image frame;
             if (!read_image(path, frame, err)) return fail(path, err);
+            if (uint64_t(frame.width) * uint64_t(frame.height) * uint64_t(n) > max_pixels())
+                return fail(path, "a bracket of " + std::to_string(n) + " images of " +
+                                      std::to_string(frame.width) + "x" +
+                                      std::to_string(frame.height) + " is more than the limit of " +
+                                      std::to_string(max_pixels()) +
+                                      " pixels (raise it with --max-pixels)");
             // Phones store frames sideways and say so in EXIF; merge them upright.
             turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
             if (!bracket.add(frame, err)) return fail(path, err);
@@ -138,7 +163,7 @@ int cmd_merge(int argc, char **argv) {
     hdr.meta = meta[0];
     for (int i = 1; i < n; ++i)
         constant_exif(&hdr.meta, &meta[size_t(i)]);
-    if (!write_hdr(out_path, hdr, err)) return fail(out_path, err);
+    if (!save_hdr_file(out_path, hdr, err)) return fail(out_path, err);
     const double t_write = clock.lap();
 
     std::printf("merged %d images of %dx%d, %d-bit, exposures from %s\n", n, bracket.width,
@@ -162,4 +187,5 @@ int cmd_merge(int argc, char **argv) {
     return exit_ok;
 }
 
+} // namespace
 } // namespace lvhdr

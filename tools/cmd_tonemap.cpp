@@ -2,9 +2,11 @@
 // enhancer (the default) or the global operator.
 #include "cli.h"
 #include "commands.h"
+#include "hdr_files.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
 #include "tonemap_enhancer.h"
+#include "tonemap_optimizer.h"
 
 #include <cstdio>
 
@@ -23,7 +25,7 @@ const char *tonemap_help =
     "\n"
     "options:\n"
     "  -o, --output FILE      the picture to write; its extension picks the format\n"
-    "  -m, --method M         enhancer or simple\n"
+    "  -m, --method M         enhancer, simple or optimizer (its options follow below)\n"
     "  --bits 8|16            sample depth of the output (16 needs .png or .tif)\n"
     "  --timings              print how long each step took\n"
     "  -h, --help             show this help\n"
@@ -106,6 +108,10 @@ bool run_enhancer(const ParsedArgs &args, HdrImage *hdr, const std::string &in_p
         }
     if (!read_sliders(args, defs, sizeof defs / sizeof defs[0], err)) return !(usage = true);
     s.low_memory = args.has("--low-memory");
+    if (s.low_memory && hdr && sniff_file(in_path) != FileKind::radiance) {
+        err = "--low-memory reads the image from a .hdr file";
+        return !(usage = true);
+    }
     s.two_resolution = args.has("--two-resolution");
     return !hdr || tonemap_enhancer(*hdr, in_path, s, bits, out, err);
 }
@@ -135,14 +141,17 @@ int cmd_tonemap(int argc, char **argv) {
                      {"--low-memory", nullptr, false},
                      {"--two-resolution", nullptr, false},
                      {"--bits", nullptr, true},
-                     {"--timings", nullptr, false}},
+                     {"--timings", nullptr, false},
+                     {"--level-dependence", nullptr, true}},
                     args, err))
         return usage_error("tonemap", err);
     if (args.has("--help")) {
         std::fputs(tonemap_help, stdout);
+        std::fputs(tonemap_optimizer_help, stdout);
         return exit_ok;
     }
     const std::string name = args.get("--method", "enhancer");
+    if (name == "optimizer") return cmd_tonemap_optimizer(args);
     const Method *method = nullptr;
     std::string known;
     for (const Method &m : methods) {
@@ -150,7 +159,8 @@ int cmd_tonemap(int argc, char **argv) {
         known += std::string(known.empty() ? "" : ", ") + m.name;
     }
     if (!method)
-        return usage_error("tonemap", "unknown method '" + name + "' (available: " + known + ")");
+        return usage_error("tonemap",
+                           "unknown method '" + name + "' (available: " + known + ", optimizer)");
     const std::string out_path = args.get("--output");
     if (out_path.empty()) return usage_error("tonemap", "no output file given (-o OUT.png)");
     const std::string ext = extension_of(out_path);
@@ -173,10 +183,9 @@ int cmd_tonemap(int argc, char **argv) {
 
     const std::string &in_path = args.positional[0];
     if (sniff_file(in_path) == FileKind::missing) return fail(in_path, "no such file");
-    if (sniff_file(in_path) != FileKind::radiance) return fail(in_path, "not a Radiance HDR file");
     Stopwatch clock;
     HdrImage hdr;
-    if (!read_hdr(in_path, hdr, err)) return fail(in_path, err);
+    if (!load_hdr_file(in_path, hdr, err)) return fail(in_path, err);
     const double t_read = clock.lap();
     if (!method->run(args, &hdr, in_path, int(bits), picture, usage, err))
         return usage ? usage_error("tonemap", err) : fail(in_path, err);

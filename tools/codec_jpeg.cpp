@@ -76,6 +76,7 @@ bool read_jpeg(const std::string &path, Image &image, std::string &error) {
     d->created = true;
     jpeg_stdio_src(&d->cinfo, d->file.get());
     jpeg_read_header(&d->cinfo, TRUE);
+    if (!within_pixel_limit(d->cinfo.image_width, d->cinfo.image_height, error)) return false;
     d->cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&d->cinfo);
     if (d->cinfo.output_components != 3) {

@@ -60,6 +60,9 @@ bool read_png(const std::string &path, Image &image, std::string &error) {
     }
     png_init_io(s->png, s->file.get());
     png_read_info(s->png, s->info);
+    if (!within_pixel_limit(png_get_image_width(s->png, s->info),
+                            png_get_image_height(s->png, s->info), error))
+        return false;
     const int depth = png_get_bit_depth(s->png, s->info);
     const int colour = png_get_color_type(s->png, s->info);
     // Everything becomes 8- or 16-bit RGB: palettes and low-depth grey are expanded,

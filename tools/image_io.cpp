@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <unistd.h>
 
 namespace lvhdr {
@@ -21,6 +22,9 @@ FileKind sniff_file(const std::string &path) {
                      (b[0] == 'M' && b[1] == 'M' && b[2] == 0 && b[3] == 42)))
         return FileKind::tiff;
     if (got >= 2 && b[0] == '#' && b[1] == '?') return FileKind::radiance;
+    if (got == 4 && std::memcmp(b, "8BPS", 4) == 0) return FileKind::psd;
+    if (got == 4 && b[0] == 0x76 && b[1] == 0x2F && b[2] == 0x31 && b[3] == 0x01)
+        return FileKind::exr;
     return FileKind::unknown;
 }
 
@@ -34,6 +38,10 @@ const char *kind_name(FileKind kind) {
         return "TIFF";
     case FileKind::radiance:
         return "Radiance HDR";
+    case FileKind::psd:
+        return "PSD";
+    case FileKind::exr:
+        return "OpenEXR";
     case FileKind::missing:
         return "missing";
     default:
@@ -51,7 +59,28 @@ std::string extension_of(const std::string &path) {
     return ext;
 }
 
-bool read_image(const std::string &path, Image &image, std::string &error) {
+namespace {
+uint64_t pixel_limit = uint64_t(1) << 30;
+} // namespace
+
+uint64_t max_pixels() { return pixel_limit; }
+void set_max_pixels(uint64_t limit) { pixel_limit = limit; }
+
+bool within_pixel_limit(uint64_t width, uint64_t height, std::string &error) {
+    if (width < 1 || height < 1) {
+        error = "empty image";
+        return false;
+    }
+    if (width > pixel_limit / height) {
+        error = "claims " + std::to_string(width) + "x" + std::to_string(height) +
+                " pixels, more than the limit of " + std::to_string(pixel_limit) +
+                " (raise it with --max-pixels)";
+        return false;
+    }
+    return true;
+}
+
+static bool decode_image(const std::string &path, Image &image, std::string &error) {
     switch (sniff_file(path)) {
     case FileKind::missing:
         error = std::strerror(errno);
@@ -62,11 +91,26 @@ bool read_image(const std::string &path, Image &image, std::string &error) {
         return read_png(path, image, error);
     case FileKind::tiff:
         return read_tiff(path, image, error);
+    case FileKind::psd:
+        return read_psd(path, image, error);
     case FileKind::radiance:
-        error = "is an HDR file; expected a JPEG, PNG or TIFF photograph";
+    case FileKind::exr:
+        error = "is an HDR file; expected a JPEG, PNG, TIFF or PSD photograph";
         return false;
     default:
-        error = "not a JPEG, PNG or TIFF image";
+        error = "not a JPEG, PNG, TIFF or PSD image";
+        return false;
+    }
+}
+
+bool read_image(const std::string &path, Image &image, std::string &error) {
+    // The decoders check sizes before they allocate; memory can still run out, and that
+    // is one more reason a file can't be read, not a crash.
+    try {
+        return decode_image(path, image, error);
+    } catch (const std::bad_alloc &) {
+        image.pixels = std::vector<uint8_t>();
+        error = "out of memory decoding the image";
         return false;
     }
 }

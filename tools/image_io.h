@@ -9,7 +9,7 @@
 
 namespace lvhdr {
 
-enum class FileKind { unknown, missing, jpeg, png, tiff, radiance };
+enum class FileKind { unknown, missing, jpeg, png, tiff, radiance, psd, exr };
 
 // Guesses a file's kind from its first bytes, not its name.
 FileKind sniff_file(const std::string &path);
@@ -33,6 +33,13 @@ bool read_image(const std::string &path, Image &image, std::string &error);
 // turned by 180, mirrored top to bottom, transposed, turned 90 clockwise, transversed,
 // turned 90 anticlockwise). Other values leave it as stored.
 void turn_upright(Image &image, int orientation);
+
+// The most pixels a decoder accepts for one file, and a bracket for all its files; a
+// file claiming more is refused before anything is allocated for it.
+uint64_t max_pixels();
+void set_max_pixels(uint64_t limit);
+// False, with a reason, when width x height is empty or above the limit.
+bool within_pixel_limit(uint64_t width, uint64_t height, std::string &error);
 
 // Encodes by the extension of `path` (.png, .jpg/.jpeg, .tif/.tiff). JPEG takes 8-bit
 // images only. Writes to a temporary name beside `path` and renames it into place, so a

@@ -15,6 +15,7 @@ const char *main_help =
     "  demo      make a synthetic bracket, merge it, tone-map it, and measure the merge\n"
     "  merge     merge a bracket of JPEG, PNG or TIFF photographs into a .hdr file\n"
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
+    "  convert   convert an HDR image between .hdr, float .tif and .exr\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
@@ -27,7 +28,8 @@ struct Command {
 const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
-                            {"info", lvhdr::cmd_info}};
+                            {"info", lvhdr::cmd_info},
+                            {"convert", lvhdr::cmd_convert}};
 
 } // namespace
 

@@ -85,6 +85,63 @@ LV_API int lv_write_strip_rgbe(const char *path, int stripIndex, int stripHeight
 LV_API int rgbe2float(const unsigned char *row, const float *table, int gOffset, int bOffset,
                       int eOffset, int x, float *out);
 
+/* ---- Float TIFF files ----
+ * Reading a float TIFF into planar RGBE:
+ *     ImageFileInfo info = {0};              (cleared: a non-zero slot is kept)
+ *     if (getTiffInfo(path, &info) == 2) {
+ *         unsigned char *px = malloc(4 * (size_t)info.width * info.height);
+ *         float lo, hi, mean;
+ *         fp2rgbe(path, &info, &lo, &hi, &mean, px);
+ *     }
+ * The reader takes one uncompressed strip of contiguous samples, and reads every 32-bit
+ * float at half its IEEE value (exponent bias 128). */
+
+/* Fills info from a TIFF's first directory (see ImageFileInfo slots); returns 2 for a
+ * little-endian file, -1 unreadable, -2 not a TIFF, -3 version not 42 read little-endian. */
+LV_API int getTiffInfo(const char *path, ImageFileInfo *info);
+/* Reads the strip into 4 * width * height planar RGBE bytes, with the minimum, maximum and
+ * mean luminance times 256; returns 1, -1 unreadable, -4 out of memory. */
+LV_API int fp2rgbe(const char *path, const ImageFileInfo *info, float *minOut, float *maxOut,
+                   float *meanOut, unsigned char *pixels);
+/* Expands planar RGBE to 3 floats (or, with half, 3 binary16 values) a pixel, rows stride
+ * samples apart, stretched to 0..factor when normalise; returns height, 0 below 1, -4. */
+LV_API int rgbe2fp(int width, int height, int stride, int normalise, int half,
+                   const unsigned char *rgbe, void *out, float factor);
+/* Writes planar RGBE as a one-strip little-endian 32-bit float RGB TIFF; returns height,
+ * -2 when the file can't be written (or a side is 0 or above 65535), -4 out of memory. */
+LV_API int fp_save(const char *path, int width, int height, int normalise,
+                   const unsigned char *rgbe);
+/* Reads one 32-bit float, little-endian when order is 18761 ("II"), else big-endian. */
+LV_API float readfloat(int order, FILE *file);
+/* Reads one binary16 float in the machine's byte order. */
+LV_API float readHalfFloat(FILE *file);
+
+/* ---- PSD, BMP and ICC files ----
+ * Reading a PSD composite: getPsdInfo(path, &info) gives width, height, depth (slot2) and
+ * the pixel data's place; set slot10 = 64 for a large-document file, then
+ *     load_psd(1, path, &info, 3 * width, pixels)
+ * fills height rows of 3 * width + max(rowBytes - 3 * width, 0) samples (of 8 or 16 bits),
+ * or, at 32 bits, 4 * width planar RGBE bytes a row. */
+
+/* Fills size, channels, depth, resolution, profileLength, EXIF place of an RGB PSD; returns
+ * the end of the image resources, -1 unreadable, -2 not a PSD, -3 fewer than 3 channels or
+ * not RGB. */
+LV_API int getPsdInfo(const char *path, ImageFileInfo *info);
+/* Copies the ICC profile (profileLength bytes from getPsdInfo) into profile; returns its
+ * size, 0 for an empty one, or a negative code as getPsdInfo. */
+LV_API int psd_profile(const char *path, unsigned char *profile);
+/* Reads the composite's first three channels, red first when kind >= 1 and blue first
+ * otherwise; returns height, -1 unreadable or bad depth, -2 packed 32-bit, -3, -4. */
+LV_API int load_psd(int kind, const char *path, ImageFileInfo *info, int rowBytes, void *pixels);
+/* Decodes four big-endian bytes as a float with exponent bias 128. */
+LV_API float morder2float(const unsigned char *bytes);
+/* Width and height at offsets 34 and 38 of a bitmap, samples (3 or 1) from its depth;
+ * returns 8, -1 unreadable, -2 not "BM", -3 depth other than 24 or 8. */
+LV_API int lvbmp_dim(const char *path, ImageFileInfo *info);
+/* Reads a whole ICC profile file (size from its first four bytes) into profile; returns
+ * the size, -1 no path, -2 unreadable, -3 short, -4 empty size, -5 short profile. */
+LV_API int extract_profile(const char *path, unsigned char *profile);
+
 LV_EXTERN_C_END
 
 #endif

@@ -34,6 +34,25 @@
  * temperature, p[13] and p[14] highlight and shadow saturation, p[15] 360-degree
  * panorama, p[16] pipeline (1 current, 0 old), p[18] solver tolerance, p[19] re-finish
  * (2.0 keep the plane, 1.0 re-finish from it).
+ * The contrast optimizer (method 3), a local Laplacian filter, on planar RGBE rows:
+ *
+ *     float p[LV_TMPARAM_COUNT];
+ *     tmparam_default(3, 0, p);                    // then the user's sliders
+ *     int64_t work;
+ *     mem4contrast_optimizer(0, dim, &work);
+ *     int64_t image = max(w * h * spp * bpsIn / 8, w * h * 4);   // the finished image
+ *     int64_t size = image + work;
+ *     unsigned char *memory = malloc(size);
+ *     float *map = malloc(pyram_len2(w, h) * sizeof(float));     // the tower lives here
+ *     lv_tm_optimizer(dim, opt, cb, p, NULL, 0, map, rgbe, size, memory);
+ *     // picture at memory; after a change of colour sliders only (p[8], p[12], p[13],
+ *     // hue curves), re-finish from the kept luminance map without tone mapping again:
+ *     lv_tm_optimizer(dim, opt, cb, p, NULL, 1, map, rgbe, size, memory);
+ *
+ * Block p of method 3: p[0] compression 0..100, p[1] detail threshold, p[2] level
+ * dependence, p[3] white clip %, p[4] black clip %, p[8] gamma, p[9] extra luminance,
+ * p[12] temperature, p[13] saturation, p[15] wrap columns; p[5], p[7], p[10], p[11] and
+ * p[18] are written during a run, so a block serves one running job at a time.
  */
 #ifndef LUMIVANTOR_TONEMAP_H
 #define LUMIVANTOR_TONEMAP_H
@@ -111,6 +130,28 @@ LV_API int lv_tm_enhancer(int kind, float *p, unsigned char *mask, float *stats,
                           float *curve, DimParam dim, OptimParam opt,
                           LvProgressCallback progressCb, unsigned char *input,
                           unsigned char *work);
+/* Work-space size of lv_tm_optimizer into *size: pyram_len2 x 8 + width x height x 4 bytes.
+ * kind is ignored. Returns 1. */
+LV_API int mem4contrast_optimizer(int kind, DimParam dim, int64_t *size);
+
+/* Contrast optimizer on RGBE rows (dim.bpsIn 32) or 8/16-bit interleaved samples. The
+ * picture (dim.bpsOut bits, dim.strideOut) is written at the start of memory, which holds
+ * the image area (max(w x h x spp x bpsIn / 8, w x h x 4) bytes) and then the work space;
+ * without room the work space is allocated. map: NULL, or pyram_len2 floats that hold the
+ * tower during the run and the 0..1 luminance map after it. reuseMap nonzero with a map:
+ * only the colour finish runs. mask: NULL, or two bytes a pixel (weight, layer).
+ * progressContext: the host's mode-1 callback, or NULL. Returns height (the last band's
+ * rows), -1 for an empty image, -400 for a missing memory block, -4 when out of memory. */
+LV_API int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressContext,
+                           float *p, unsigned char *mask, int reuseMap, float *map,
+                           unsigned char *input, int64_t memorySize, unsigned char *memory);
+
+/* Colour finish of the optimizer: the picture from the source's colour and a 0..1
+ * luminance map, with gamma, saturation, temperature, hue tables and mask layers, on
+ * opt.numThreads bands. Returns the last band's row count, or -4. */
+LV_API int co_final(DimParam dim, OptimParam opt, LvProgressCallback progressContext, float *p,
+                    unsigned char *mask, unsigned char *input, float *map,
+                    unsigned char *output);
 
 LV_EXTERN_C_END
 

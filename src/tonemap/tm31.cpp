@@ -217,7 +217,7 @@ inline void finish_pixel(const Consts &k, const float *p, const Layer *layers, i
         if (k.gains.on) warm(k.gains, l, warmed[0], warmed[1], warmed[2], x_kept, z_kept);
         const float tone = raise(t, k.plane_exp);
         float e =
-            lv::clamp01(k.sat_exp + ((k.sat_hi || k.sat_lo) ? sat_offset(k, ll, ll2, ll3) : 0.0f));
+            lv::clamp_unit(k.sat_exp + ((k.sat_hi || k.sat_lo) ? sat_offset(k, ll, ll2, ll3) : 0.0f));
         if (k.kind == 10) e = static_cast<float>(e * 2.2);
         rebuild(warmed, l, e, tone, res);
         if (k.fix_on) repair(k, p, w_src, warmed, tone, res);
@@ -373,7 +373,7 @@ template <class T> int map_rows(const Band &b, T *out) {
                 // The tone falls smoothly to 0.02, near black but not black.
                 const float ll2 = ll * ll, ll3 = ll2 * ll;
                 const float c =
-                    lv::clamp01(ll < k.km ? k.ca.at(ll, ll2, ll3) : k.cb.at(ll, ll2, ll3));
+                    lv::clamp_unit(ll < k.km ? k.ca.at(ll, ll2, ll3) : k.cb.at(ll, ll2, ll3));
                 t = ll < k.kb ? 0.02f : (1.0f - c) * t + 0.02f * c;
             }
             int layer = -1, weight = 0;

@@ -13,9 +13,9 @@
 #include <new>
 
 #include "colour/hsl_core.h"
+#include "colour/hue_recipe.h"
 #include "frame/band_threads.h"
 #include "frame/c_buffer.h"
-#include "tonemap/tone_pixel.h"
 #include "lumivantor/colour.h"
 
 namespace {
@@ -23,8 +23,8 @@ namespace {
 constexpr int kHue = LV_HUE_TABLE_SIZE;
 constexpr int kBlock = LV_TMPARAM_COUNT;
 
-using lv::CBuf;
 using lv::calloc_array;
+using lv::CBuf;
 
 // Scene constants shared by the base block and every layer.
 struct Scene {
@@ -160,7 +160,23 @@ inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, floa
         hsl[1] = std::min(hsl[1] * c.saturation, 1.0f);
         lv::hsl_to_rgb_core(hsl, out, 1.0f);
     }
-    if (c.colour || c.lum) lv::hue_table_stage(out, c.lum, c.colour_table, c.lum_table);
+    if (c.colour || c.lum) {
+        // A hue's table entry says which mix it becomes between the pixel's min and max.
+        float hsv[3];
+        lv::rgb_to_hsv(out, hsv);
+        float v = hsv[2];
+        float mn = lv::clamp_unit(v - hsv[1] * v);
+        const int i = static_cast<int>(hsv[0] * 4095.0f);
+        if (c.lum && v > 0.0f) lv::scale_by_saturation(c.lum_table[i] * 2.0f, mn, v);
+        lv::rebuild_from_entry(c.colour_table + 3 * i, mn, v, out);
+    }
+}
+
+template <class T> inline T to_level(float v, float max_out) {
+    const float x = v * max_out;
+    if (!(x > 0.0f)) return 0;
+    if (x > max_out) return static_cast<T>(max_out);
+    return static_cast<T>(x);
 }
 
 struct Layout {
@@ -255,9 +271,9 @@ int run_rows(const DimParam &dim, const float *p, const unsigned char *mask, con
                         res[k] = res[k] * base_share + lres[k] * layer_share;
                 }
             }
-            o[lay.r] = lv::to_level<T>(res[0], sc.max_out);
-            o[lay.g] = lv::to_level<T>(res[1], sc.max_out);
-            o[lay.b] = lv::to_level<T>(res[2], sc.max_out);
+            o[lay.r] = to_level<T>(res[0], sc.max_out);
+            o[lay.g] = to_level<T>(res[1], sc.max_out);
+            o[lay.b] = to_level<T>(res[2], sc.max_out);
         }
     }
     return dim.height;

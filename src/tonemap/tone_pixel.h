@@ -1,37 +1,24 @@
-// Per-pixel steps shared by the global operator and the enhancer's last stage: the
-// hue-table colour stage, the clip to output levels and the cubic knots of smooth
-// shadow and saturation ramps.
+// Per-pixel steps of the enhancer's last stage: the hue-table colour stage, the clip to
+// output levels and the cubic knots of smooth shadow and saturation ramps.
 #pragma once
 
 #include <algorithm>
 
 #include "colour/hsl_core.h"
+#include "colour/hue_recipe.h"
 
 namespace lv {
 
-inline float clamp01(float v) {
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
-
-// Hue tables on normalised rgb, in place: a hue's colour-table entry says where each
-// channel lies between the pixel's min and max, and its luminance entry lifts or lowers
-// both ends. Results are held to 0..1.
+// The tone mappers' colour stage on normalised rgb, in place: the hue tables' recipe.
 inline void hue_table_stage(float *rgb, bool use_lum, const float *colour_table,
                             const float *lum_table) {
     float hsv[3];
     rgb_to_hsv(rgb, hsv);
     float v = hsv[2];
-    float mn = clamp01(v - hsv[1] * v);
+    float mn = clamp_unit(v - hsv[1] * v);
     const int i = static_cast<int>(hsv[0] * 4095.0f);
-    if (use_lum && v > 0.0f) {
-        const float u = lum_table[i] * 2.0f - 1.0f;
-        const float k = 1.0f + (1.0f - mn / v) * u;
-        mn *= k;
-        v *= k;
-    }
-    const float *e = colour_table + 3 * i;
-    for (int k = 0; k < 3; ++k)
-        rgb[k] = clamp01(mn + (v - mn) * e[k]);
+    if (use_lum && v > 0.0f) scale_by_saturation(lum_table[i] * 2.0f, mn, v);
+    rebuild_from_entry(colour_table + 3 * i, mn, v, rgb);
 }
 
 // v on 0..1 to an output level on 0..max_out, truncated; NaN and negatives give 0.
