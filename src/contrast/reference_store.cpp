@@ -60,15 +60,23 @@ __attribute__((target("avx2"))) int64_t remap_avx2(const CoRemap &r, const float
     int64_t i = 0;
     for (; i + 8 <= n; i += 8) {
         const __m256 v = _mm256_loadu_ps(in + i);
-        const __m256d t0 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), alpha);
-        const __m256d t1 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), alpha);
-        const __m256 above = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k_hi)),
-                                             _mm256_cvtpd_ps(_mm256_add_pd(t0, k_hi)));
-        const __m256 below = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k_lo)),
-                                             _mm256_cvtpd_ps(_mm256_add_pd(t0, k_lo)));
         const __m256 is_above = _mm256_cmp_ps(v, f_hi, _CMP_GT_OQ);
         const __m256 is_below = _mm256_cmp_ps(v, f_lo, _CMP_LT_OQ);
-        const __m256 m = _mm256_blendv_ps(_mm256_blendv_ps(v, below, is_below), above, is_above);
+        // Each lane adds the offset of its own side (above wins, as in the scalar), so one
+        // sum and one rounding serve both sides.
+        const __m256d k0 =
+            _mm256_blendv_pd(k_lo, k_hi,
+                             _mm256_castsi256_pd(_mm256_cvtepi32_epi64(
+                                 _mm256_castsi256_si128(_mm256_castps_si256(is_above)))));
+        const __m256d k1 =
+            _mm256_blendv_pd(k_lo, k_hi,
+                             _mm256_castsi256_pd(_mm256_cvtepi32_epi64(
+                                 _mm256_extractf128_si256(_mm256_castps_si256(is_above), 1))));
+        const __m256d t0 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), alpha);
+        const __m256d t1 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), alpha);
+        const __m256 squeezed = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k1)),
+                                                _mm256_cvtpd_ps(_mm256_add_pd(t0, k0)));
+        const __m256 m = _mm256_blendv_ps(v, squeezed, _mm256_or_ps(is_above, is_below));
         any = _mm256_or_ps(any, _mm256_cmp_ps(m, v, _CMP_NEQ_UQ));
         _mm256_storeu_ps(out + i, m);
     }
