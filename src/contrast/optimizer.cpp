@@ -495,7 +495,18 @@ int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressCon
     lv::co_job_scale(job);
     report(job, 0.9f);
     if (map) std::memcpy(map, job.coef, static_cast<size_t>(n) * 4);
-    return co_final(dim, opt, progressContext, p, mask, input, map ? map : job.coef, memory);
+    float *finish_map = map ? map : job.coef;
+    // A picture wider than the image area (16-bit samples from 8-bit input) runs on into the
+    // coefficient plane; without the caller's map, the bands would then overwrite map rows
+    // that others still read. The work tower, further on, holds the map then.
+    const int64_t out_bytes =
+        (dim.outputLayout == 3 ? n * 3 : int64_t(dim.strideOut) * dim.height) * (dim.bpsOut / 8);
+    const unsigned char *coef_bytes = reinterpret_cast<const unsigned char *>(job.coef);
+    if (!map && coef_bytes < memory + out_bytes && coef_bytes + n * 4 > memory) {
+        std::memcpy(job.work, job.coef, static_cast<size_t>(n) * 4);
+        finish_map = job.work;
+    }
+    return co_final(dim, opt, progressContext, p, mask, input, finish_map, memory);
 }
 
 } // extern "C"

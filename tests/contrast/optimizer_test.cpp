@@ -197,6 +197,24 @@ TEST(ContrastOptimizer, SameBytesOnEveryThreadCountAndNoLargeAllocationInASizedB
     }
 }
 
+// 16-bit samples from 8-bit input fill more than the image area at the block's start; the
+// picture must not run over the map while bands still read it.
+TEST(ContrastOptimizer, WidePictureFromNarrowInputKeepsItsMap) {
+    const int w = 64, h = 600;
+    std::vector<unsigned char> in(size_t(3) * w * h);
+    for (size_t i = 0; i < in.size(); ++i)
+        in[i] = (unsigned char)((i * 7 + i / (3 * w) * 13) % 251);
+    auto render = [&](bool with_map) {
+        Hdr dummy{w, h, in};
+        Job job(dummy, 3);
+        job.dim.bpsIn = 8, job.dim.strideIn = 3 * w, job.dim.bpsOut = 16;
+        job.area = int64_t(w) * h * 4;
+        job.go(0, 0, with_map);
+        return std::vector<unsigned char>(job.memory.begin(), job.memory.begin() + 6 * w * h);
+    };
+    EXPECT_EQ(render(false), render(true));
+}
+
 // 8-bit and 16-bit samples take the same road through a 2.2 curve; with red and blue
 // exchanged (swapRedBlue) the output's red and blue trade places too.
 TEST(ContrastOptimizer, LdrSamplesInEitherOrderOnAnyThreadCount) {
