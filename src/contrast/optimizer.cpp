@@ -471,7 +471,10 @@ int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressCon
                     int64_t memorySize, unsigned char *memory) {
     if (dim.width < 1 || dim.height < 1 || !p || !input) return LV_ERR_ARG;
     const int64_t n = static_cast<int64_t>(dim.width) * dim.height;
-    if (!memory || memorySize < n * 4) return LV_ERR_NO_WORK;
+    // The block must hold the log image and, at the end, the picture.
+    const int64_t out_bytes =
+        (dim.outputLayout == 3 ? n * 3 : int64_t(dim.strideOut) * dim.height) * (dim.bpsOut / 8);
+    if (!memory || memorySize < std::max(n * 4, out_bytes)) return LV_ERR_NO_WORK;
     if (reuseMap && map) return co_final(dim, opt, progressContext, p, mask, input, map, memory);
 
     lv::CoJob job;
@@ -499,8 +502,6 @@ int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressCon
     // A picture wider than the image area (16-bit samples from 8-bit input) runs on into the
     // coefficient plane; without the caller's map, the bands would then overwrite map rows
     // that others still read. The work tower, further on, holds the map then.
-    const int64_t out_bytes =
-        (dim.outputLayout == 3 ? n * 3 : int64_t(dim.strideOut) * dim.height) * (dim.bpsOut / 8);
     const unsigned char *coef_bytes = reinterpret_cast<const unsigned char *>(job.coef);
     if (!map && coef_bytes < memory + out_bytes && coef_bytes + n * 4 > memory) {
         std::memcpy(job.work, job.coef, static_cast<size_t>(n) * 4);

@@ -213,6 +213,14 @@ TEST(ContrastOptimizer, WidePictureFromNarrowInputKeepsItsMap) {
         return std::vector<unsigned char>(job.memory.begin(), job.memory.begin() + 6 * w * h);
     };
     EXPECT_EQ(render(false), render(true));
+    // A block too small for the picture is refused.
+    Hdr dummy{w, h, in};
+    Job job(dummy);
+    job.dim.bpsIn = 8, job.dim.strideIn = 3 * w, job.dim.bpsOut = 16;
+    std::vector<unsigned char> small(size_t(6) * w * h - 1);
+    EXPECT_EQ(lv_tm_optimizer(job.dim, job.opt, nullptr, job.p.data(), nullptr, 0, nullptr,
+                              in.data(), int64_t(small.size()), small.data()),
+              LV_ERR_NO_WORK);
 }
 
 // 8-bit and 16-bit samples take the same road through a 2.2 curve; with red and blue
