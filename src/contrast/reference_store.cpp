@@ -100,17 +100,18 @@ bool co_remap_row(const CoRemap &r, const float *in, float *out, int64_t n) {
     __m128 any = _mm_setzero_ps();
     for (; i + 4 <= n; i += 4) {
         const __m128 v = _mm_loadu_ps(in + i);
+        const __m128 is_above = _mm_cmpgt_ps(v, f_hi);
+        const __m128 moved = _mm_or_ps(is_above, _mm_cmplt_ps(v, f_lo));
+        // The offset of each lane's side, chosen in double (above wins, as in the scalar).
+        const __m128d up0 = _mm_castps_pd(_mm_unpacklo_ps(is_above, is_above));
+        const __m128d up1 = _mm_castps_pd(_mm_unpackhi_ps(is_above, is_above));
+        const __m128d k0 = _mm_or_pd(_mm_and_pd(up0, k_hi), _mm_andnot_pd(up0, k_lo));
+        const __m128d k1 = _mm_or_pd(_mm_and_pd(up1, k_hi), _mm_andnot_pd(up1, k_lo));
         const __m128d t0 = _mm_mul_pd(_mm_cvtps_pd(v), alpha);
         const __m128d t1 = _mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), alpha);
-        const __m128 above =
-            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_hi)), _mm_cvtpd_ps(_mm_add_pd(t1, k_hi)));
-        const __m128 below =
-            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_lo)), _mm_cvtpd_ps(_mm_add_pd(t1, k_lo)));
-        const __m128 is_above = _mm_cmpgt_ps(v, f_hi);
-        const __m128 is_below = _mm_andnot_ps(is_above, _mm_cmplt_ps(v, f_lo));
-        const __m128 inside = _mm_andnot_ps(_mm_or_ps(is_above, is_below), v);
-        const __m128 m =
-            _mm_or_ps(_mm_or_ps(_mm_and_ps(is_above, above), _mm_and_ps(is_below, below)), inside);
+        const __m128 squeezed =
+            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k0)), _mm_cvtpd_ps(_mm_add_pd(t1, k1)));
+        const __m128 m = _mm_or_ps(_mm_and_ps(moved, squeezed), _mm_andnot_ps(moved, v));
         any = _mm_or_ps(any, _mm_cmpneq_ps(m, v));
         _mm_storeu_ps(out + i, m);
     }
