@@ -84,7 +84,7 @@ def check(cond, what):
     return bool(cond)
 
 
-def read_ours_back(lib, path, h, w):
+def read_ours_back(lib, path):
     """Reads a float TIFF others wrote; values come back at half (exponent bias 128)."""
     rc, info = tiff_info(lib, path)
     if rc != 2:
@@ -113,7 +113,7 @@ def tifffile_peer(lib, tmp, lvhdr):
         data = src if spp == 3 else np.concatenate([src, np.ones_like(src[..., :1])], -1)
         tifffile.imwrite(path, data, byteorder=order, photometric="rgb", rowsperstrip=13,
                          extrasamples=["unassalpha"] if spp == 4 else None)
-        rc, info, got = read_ours_back(lib, path, 13, 29)
+        rc, info, got = read_ours_back(lib, path)
         if order == ">":
             ok &= check(rc == -3, "a big-endian tifffile file stops at its version (-3)")
         else:
@@ -151,7 +151,7 @@ def opencv_peer(lib, tmp):
     ok = exact(cv2.imread(ours, cv2.IMREAD_UNCHANGED)[..., ::-1].copy(), src, "OpenCV reads ours")
     theirs = os.path.join(tmp, "cv.tif")
     cv2.imwrite(theirs, np.ascontiguousarray(src[..., ::-1]), [cv2.IMWRITE_TIFF_COMPRESSION, 1])
-    rc, info, got = read_ours_back(lib, theirs, 9, 31)
+    rc, info, got = read_ours_back(lib, theirs)
     ok &= check(rc == 2, "OpenCV's uncompressed float TIFF is inspected")
     return ok & lv.close(got, src, "we read OpenCV's float TIFF")
 
@@ -219,13 +219,11 @@ def imagemagick_peer(lib, tmp):
         f.write(b"PF\n11 7\n-1.0\n" + np.flipud(src).astype("<f4").tobytes())
     magick(pfm, "-define", "quantum:format=floating-point", "-depth", "32", "-compress", "none",
            tif)
-    rc, info, got = read_ours_back(lib, tif, 7, 11)
+    rc, info, got = read_ours_back(lib, tif)
     ok &= check(rc == 2 and info[7] >= 7, "ImageMagick's float TIFF is one strip")
-    try:  # ImageMagick of 16-bit quanta clips and rounds; what it wrote is the reference
-        import tifffile
-        ok &= lv.close(got, tifffile.imread(tif), "we read ImageMagick's float TIFF")
-    except ImportError:
-        print("tifffile missing: ImageMagick's float values not compared")
+    # ImageMagick of 16-bit quanta clips and rounds; what it wrote is the reference.
+    tifffile = lv.module("tifffile", "python3-tifffile")
+    ok &= lv.close(got, tifffile.imread(tif), "we read ImageMagick's float TIFF")
     profile = icc_files()[0]
     for bits in (8, 16):
         img = photo(6, 9, bits, bits)
@@ -263,12 +261,9 @@ def bmp_check(lib, path, what):
 
 
 def psdtools_peer(lib, tmp):
-    try:
-        import psd_tools
-        from PIL import Image
-        from psd_tools.psd.image_resources import ImageResource
-    except ImportError:
-        lv.need(False, "python3-psd-tools is not installed")
+    psd_tools = lv.module("psd_tools", "python3-psd-tools")
+    Image = lv.module("PIL.Image", "python3-pil")
+    ImageResource = psd_tools.psd.image_resources.ImageResource
     ok = True
     img = photo(5, 8, 6)
     profile = open(icc_files()[-1], "rb").read() if icc_files() else b"\0\0\0\x08abcd"
