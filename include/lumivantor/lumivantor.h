@@ -7,5 +7,6 @@
 #include "merge.h"
 #include "metadata.h"
 #include "tonemap.h"
+#include "finish.h"
 
 #endif
