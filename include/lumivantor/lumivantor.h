@@ -3,9 +3,11 @@
 #define LUMIVANTOR_H
 
 #include "frame.h"
+#include "ghost.h"
 #include "fileio.h"
 #include "merge.h"
 #include "metadata.h"
+#include "pyramid.h"
 #include "tonemap.h"
 #include "finish.h"
 
