@@ -16,6 +16,7 @@ const char *main_help =
     "  merge     merge a bracket of JPEG, PNG or TIFF photographs into a .hdr file\n"
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
+    "  finish    levels, exposure, saturation and sharpening on a finished picture\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
 
@@ -27,7 +28,8 @@ struct Command {
 const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
-                            {"info", lvhdr::cmd_info}};
+                            {"info", lvhdr::cmd_info},
+                            {"finish", lvhdr::cmd_finish}};
 
 } // namespace
 
