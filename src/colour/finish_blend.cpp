@@ -22,6 +22,18 @@ template <class In, class Out> void blend_rows(const BlendJob &job, int first, i
         const uint32_t s = images[static_cast<size_t>(job.offsets[block]) + at];
         return std::min((s * job.weightA[block] + c * job.weightB[block]) >> shift, limit);
     };
+    if (job.layers == 0 && d.samplesPerPixel == 3 && !d.swapRedBlue) {
+        // Without layers or a swap every sample mixes alike: one flat loop per row.
+        const In *src = images + job.offsets[0];
+        const uint32_t wa = job.weightA[0], wb = job.weightB[0];
+        for (int y = first; y < first + rows; ++y) {
+            const In *s = src + static_cast<size_t>(y) * d.strideIn;
+            Out *o = output + static_cast<size_t>(y) * d.strideOut;
+            for (int i = 0; i < 3 * d.width; ++i)
+                o[i] = static_cast<Out>(std::min((s[i] * wa + o[i] * wb) >> shift, limit));
+        }
+        return;
+    }
     for (int y = first; y < first + rows; ++y) {
         const size_t in_row = static_cast<size_t>(y) * d.strideIn;
         Out *out = output + static_cast<size_t>(y) * d.strideOut;

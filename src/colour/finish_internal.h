@@ -110,6 +110,47 @@ template <class T> FreeBuf<T> calloc_buf(size_t n) {
     return FreeBuf<T>(static_cast<T *>(std::calloc(n ? n : 1, sizeof(T))), &std::free);
 }
 
+// Direct-mapped memo of a per-pixel function of up to three 16-bit samples. Photographs
+// repeat colours a lot within a neighbourhood, so the costly colour-space round trips of
+// exposure and HSL rebuilding are looked up instead of recomputed; a hit gives the very
+// values the function would. Without memory for it every pixel is computed.
+class PixelMemo {
+  public:
+    static constexpr int kBits = 12;
+    PixelMemo() : slots_(calloc_buf<Slot>(size_t(1) << kBits)) {
+        if (slots_)
+            for (size_t i = 0; i < (size_t(1) << kBits); ++i)
+                slots_[i].key = ~uint64_t(0);
+    }
+    static uint64_t key_of(unsigned a, unsigned b, unsigned c) {
+        return uint64_t(a) | uint64_t(b) << 16 | uint64_t(c) << 32;
+    }
+    // out gets compute(out) for the key, from the memo when it holds the key.
+    template <class Compute> void get(uint64_t key, unsigned *out, Compute compute) {
+        if (!slots_) {
+            compute(out);
+            return;
+        }
+        Slot &s = slots_[(key * 0x9E3779B97F4A7C15ull) >> (64 - kBits)];
+        if (s.key != key) {
+            compute(out);
+            s.key = key;
+            s.value[0] = static_cast<uint16_t>(out[0]);
+            s.value[1] = static_cast<uint16_t>(out[1]);
+            s.value[2] = static_cast<uint16_t>(out[2]);
+            return;
+        }
+        out[0] = s.value[0], out[1] = s.value[1], out[2] = s.value[2];
+    }
+
+  private:
+    struct Slot {
+        uint64_t key;
+        uint16_t value[3];
+    };
+    FreeBuf<Slot> slots_;
+};
+
 // Positions of red, green and blue within a pixel.
 struct Order {
     int r, g, b;

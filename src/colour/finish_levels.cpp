@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "colour/finish_internal.h"
+#include "colour/finish_lab.h"
 #include "colour/hsl_core.h"
 #include "lumivantor/colour.h"
 
@@ -23,23 +24,32 @@ struct LabRows {
 template <class ToLinear, class NewL>
 void lab_rows(const LabRows &d, int first, int end, const unsigned char *input,
               unsigned char *output, float scale, float limit, ToLinear to_linear, NewL new_l) {
+    lv::PixelMemo memo;
+    static const lv::FastLab fast_lab;
     for (int y = first; y < end; ++y) {
         const unsigned char *src = input + row_offset(y, d.stride_in, d.bits_in);
         unsigned char *dst = output + row_offset(y, d.stride_out, d.bits_out);
         for (int x = 0; x < d.width; ++x) {
             const size_t at = static_cast<size_t>(x) * d.spp;
-            const float rgb[3] = {to_linear(lv::sample_at(src, d.bits_in, at + d.in.r)),
-                                  to_linear(lv::sample_at(src, d.bits_in, at + d.in.g)),
-                                  to_linear(lv::sample_at(src, d.bits_in, at + d.in.b))};
-            float lab[3], back[3];
-            rgb2Lab(1, rgb, nullptr, nullptr, lab);
-            lab[0] = new_l(lab[0]);
-            Lab2rgb(1, lab, back, 0, nullptr, nullptr);
-            float r = back[0] * scale, g = back[1] * scale, b = back[2] * scale;
-            lv::spill(r, g, b, limit);
-            lv::store_sample(dst, d.bits_out, at + d.out.r, static_cast<unsigned>(r));
-            lv::store_sample(dst, d.bits_out, at + d.out.g, static_cast<unsigned>(g));
-            lv::store_sample(dst, d.bits_out, at + d.out.b, static_cast<unsigned>(b));
+            const unsigned r_in = lv::sample_at(src, d.bits_in, at + d.in.r);
+            const unsigned g_in = lv::sample_at(src, d.bits_in, at + d.in.g);
+            const unsigned b_in = lv::sample_at(src, d.bits_in, at + d.in.b);
+            unsigned c[3];
+            memo.get(lv::PixelMemo::key_of(r_in, g_in, b_in), c, [&](unsigned *out) {
+                const float rgb[3] = {to_linear(r_in), to_linear(g_in), to_linear(b_in)};
+                float lab[3], back[3];
+                fast_lab.lab(rgb[0], rgb[1], rgb[2], lab);
+                lab[0] = new_l(lab[0]);
+                Lab2rgb(1, lab, back, 0, nullptr, nullptr);
+                float r = back[0] * scale, g = back[1] * scale, b = back[2] * scale;
+                lv::spill(r, g, b, limit);
+                out[0] = static_cast<unsigned>(r);
+                out[1] = static_cast<unsigned>(g);
+                out[2] = static_cast<unsigned>(b);
+            });
+            lv::store_sample(dst, d.bits_out, at + d.out.r, c[0]);
+            lv::store_sample(dst, d.bits_out, at + d.out.g, c[1]);
+            lv::store_sample(dst, d.bits_out, at + d.out.b, c[2]);
         }
     }
 }

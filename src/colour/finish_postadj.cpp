@@ -37,6 +37,7 @@ void render_rows(int width, int first, int end, int spp, lv::Order o, int stride
     // Counts changed pixels over the band and is never reset: once one pixel changes, every
     // later pixel of the band is rebuilt from its 8-bit HSL bytes, changed or not.
     long changed = 0;
+    lv::PixelMemo memo;
     for (int y = first; y < end; ++y) {
         T *row = image + static_cast<size_t>(y) * stride;
         const size_t line = static_cast<size_t>(y) * width;
@@ -48,21 +49,30 @@ void render_rows(int width, int first, int end, int spp, lv::Order o, int stride
                 hsl_px[1] = static_cast<float>(std::clamp((1.0 + gain) * hsl_px[1], 0.0, 1.0));
                 ++changed;
             }
+            bool sharpened = false;
             if (sharpen) {
                 const int soft = blurred[line + x];
                 const int d = h[2] - soft;
                 if (std::abs(d) > threshold) {
                     hsl_px[2] = std::clamp(d * strength + soft, 0.0f, 255.0f) * kByteUnit;
+                    sharpened = true;
                     ++changed;
                 }
             }
             T *px = row + static_cast<size_t>(x) * spp;
             unsigned c[3] = {px[o.r], px[o.g], px[o.b]};
             if (changed) {
-                float rgb[3];
-                lv::hsl_to_rgb_core(hsl_px, rgb, 1.0f);
-                for (int k = 0; k < 3; ++k)
-                    c[k] = static_cast<unsigned>(std::clamp(rgb[k] * top, 0.0f, top));
+                auto rebuild = [&](unsigned *out) {
+                    float rgb[3];
+                    lv::hsl_to_rgb_core(hsl_px, rgb, 1.0f);
+                    for (int k = 0; k < 3; ++k)
+                        out[k] = static_cast<unsigned>(std::clamp(rgb[k] * top, 0.0f, top));
+                };
+                // Lightness from its byte: the colour depends on the three bytes alone.
+                if (sharpened)
+                    rebuild(c);
+                else
+                    memo.get(lv::PixelMemo::key_of(h[0], h[1], h[2]), c, rebuild);
             }
             if (sizeof(T) == 1) {
                 px[o.r] = t.curve8[c[0]], px[o.g] = t.curve8[c[1]], px[o.b] = t.curve8[c[2]];

@@ -168,6 +168,13 @@ TEST(Blend, ThreadCountsGiveIdenticalBytesAndAFailedThreadStartIsReported) {
         std::memcpy(out, start.data(), start.size());
         lv_blend(t, 2, p.data(), evs, mask.data(), images.data(), dims(w, h, 16, 8), out);
     }));
+    // The flat loop for a plain picture agrees with the per-pixel path of a layer-less mask.
+    const auto base = blocks({{30, 1}, {0, 0}});
+    std::vector<unsigned char> flat = start, masked = start, no_layer(size_t(2) * w * h, 255);
+    lv_blend(1, 2, base.data(), evs, nullptr, images.data(), dims(w, h, 16, 8), flat.data());
+    lv_blend(1, 2, base.data(), evs, no_layer.data(), images.data(), dims(w, h, 16, 8),
+             masked.data());
+    EXPECT_EQ(flat, masked);
     std::vector<unsigned char> out = start;
     lv_set_thread_create(refuse);
     EXPECT_EQ(

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "colour/finish_lab.h"
 #include "finish_support.h"
 
 using finish_test::random_image;
@@ -115,6 +116,40 @@ TEST(Exposure, ScalesLightnessKeepsGreysGreyAndConvertsBetweenDepths) {
     adjustImageExposure_tile(0, 1, 1, 16, 8, 3, 3, 3, 0, 0, table16.data(),
                              reinterpret_cast<unsigned char *>(wide), narrow, 0.8);
     EXPECT_NEAR(narrow[1], 90, 2);
+}
+
+TEST(Exposure, TabledLabConversionMatchesRgb2LabBitForBit) {
+    const lv::FastLab fast;
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    const float edges[] = {0.0f, 1.0f, 0.008856f, 0.0088561f, 1e-6f, 0.5f, 1.25f, 5.0f};
+    for (int i = 0; i < 2000000; ++i) {
+        float rgb[3];
+        for (float &v : rgb)
+            v = i < 512 ? edges[(i >> (3 * (&v - rgb))) % 8] : unit(rng);
+        float want[3], got[3];
+        rgb2Lab(1, rgb, nullptr, nullptr, want);
+        fast.lab(rgb[0], rgb[1], rgb[2], got);
+        ASSERT_EQ(std::memcmp(want, got, sizeof want), 0)
+            << rgb[0] << " " << rgb[1] << " " << rgb[2];
+    }
+}
+
+TEST(Exposure, RepeatedColoursGiveTheSameSamplesAsPixelsConvertedOneByOne) {
+    // A small palette, so that remembered colours are met again and slots are reused.
+    const int w = 200, h = 30;
+    std::vector<uint16_t> in(size_t(3) * w * h);
+    for (size_t i = 0; i < in.size(); ++i)
+        in[i] = uint16_t((i * 7919 % 13) * 5003 + i % 3);
+    const auto table = identity_table(16);
+    std::vector<uint16_t> whole(in.size()), single(in.size());
+    const auto *bytes = reinterpret_cast<const unsigned char *>(in.data());
+    adjustImageExposure_tile(0, h, w, 16, 16, 3, 3 * w, 3 * w, 1, 0, table.data(), bytes,
+                             reinterpret_cast<unsigned char *>(whole.data()), 1.3);
+    for (size_t i = 0; i < in.size(); i += 3)
+        adjustImageExposure_tile(0, 1, 1, 16, 16, 3, 3, 3, 1, 0, table.data(), bytes + 2 * i,
+                                 reinterpret_cast<unsigned char *>(&single[i]), 1.3);
+    EXPECT_EQ(whole, single);
 }
 
 TEST(RawEnhancement, GammaOneIsNearlyNeutralAndAStrongerGammaOpensMidtonesOnly) {
