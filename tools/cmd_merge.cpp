@@ -1,4 +1,5 @@
 // lvhdr merge: a bracket of photographs to one Radiance HDR file.
+#include "bracket_decode.h"
 #include "capture_meta.h"
 #include "cli.h"
 #include "exif_walk.h"
@@ -91,22 +92,11 @@ int cmd_merge(int argc, char **argv) {
     Stopwatch clock;
     const int n = int(args.positional.size());
     Bracket bracket;
-    bracket.planned = n;
-    std::vector<MetadataBuf> meta(static_cast<size_t>(n));
+    std::vector<MetadataBuf> meta;
     bool all_have_exif = true;
-    {
-        ProgressBar bar("decoding");
-        for (int i = 0; i < n; ++i) {
-            const std::string &path = args.positional[size_t(i)];
-            Image frame;
-            if (!read_image(path, frame, err)) return fail(path, err);
-            // Phones store frames sideways and say so in EXIF; merge them upright.
-            turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
-            if (!bracket.add(frame, err)) return fail(path, err);
-            if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;
-            bar.update(float(i + 1) / n);
-        }
-    }
+    std::string failed;
+    if (!decode_bracket(args.positional, bracket, &meta, &all_have_exif, failed, err))
+        return fail(failed, err);
     const double t_decode = clock.lap();
 
     ExposureSource source = ExposureSource::given;

@@ -8,6 +8,7 @@ int cmd_merge(int argc, char **argv);
 int cmd_tonemap(int argc, char **argv);
 int cmd_info(int argc, char **argv);
 int cmd_demo(int argc, char **argv);
+int cmd_fuse(int argc, char **argv);
 int cmd_finish(int argc, char **argv);
 
 } // namespace lvhdr

@@ -15,6 +15,7 @@ const char *main_help =
     "  demo      make a synthetic bracket, merge it, tone-map it, and measure the merge\n"
     "  merge     merge a bracket of JPEG, PNG or TIFF photographs into a .hdr file\n"
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
+    "  fuse      blend a bracket straight into a picture by exposure fusion\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
     "  finish    levels, exposure, saturation and sharpening on a finished picture\n"
     "\n"
@@ -29,6 +30,7 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
+                            {"fuse", lvhdr::cmd_fuse},
                             {"finish", lvhdr::cmd_finish}};
 
 } // namespace

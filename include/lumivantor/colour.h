@@ -6,6 +6,10 @@
  * A colour is three floats. In the normalised functions every component, hue included,
  * lies in 0..1 (hue 1 is a full turn). Working RGB spaces: 0 sRGB, 1 Adobe RGB,
  * 2 ProPhoto RGB.
+ *
+ * Finishing an image in place: tmparam_default(14, 0, p), set the user's sliders in p,
+ * fill dim.width, height, samplesPerPixel, bpsOut and strideOut, then
+ * lv_adjust_colors(threads, 0, 14, p, NULL, image, dim).
  */
 #ifndef LUMIVANTOR_COLOUR_H
 #define LUMIVANTOR_COLOUR_H
@@ -14,6 +18,7 @@
 #include <stdint.h>
 
 #include "export.h"
+#include "frame.h"
 
 LV_EXTERN_C_BEGIN
 
@@ -107,6 +112,34 @@ LV_API float cubic_interpolate(const float *x, const float *y, const float *tang
 /* S-curve of four controls (highlights c[0], c[1]; shadows c[2], c[3]) into a 65536-entry
  * table on 0..65535; returns 0. */
 LV_API int get_contrast_lut(const float *controls, int32_t *table);
+
+/* ---- Colour adjustment pass ---- */
+
+/* In place on 8-bit or 16-bit RGB (dim.bpsOut, samplesPerPixel, strideOut, swapRedBlue):
+ * level clipping (methods 10 and 15), saturation, hue and luminance by hue, midtone and
+ * temperature of block p, blended per pixel with the block of the pixel's mask layer
+ * (mask: NULL, or weight and layer bytes a pixel; p[55] layer blocks follow p). Returns 1
+ * when nothing is set (image untouched), else the last band's row count; -4 out of
+ * memory, -2 when a thread could not start. */
+LV_API int lv_adjust_colors(int numThreads, int space, int method, float *p, unsigned char *mask,
+                            unsigned char *image, DimParam dim);
+/* Plain average of n photographs (packed, dim.bpsIn bits) into out at dim.bpsOut, finished
+ * by lv_adjust_colors with method 14; returns height, -1 when n < 1. */
+LV_API int moyenne(int numThreads, float *p, unsigned char *mask, int n, DimParam dim,
+                   const void *images, void *out);
+/* One block's colour recipe on a pixel given by its minimum, maximum and hue index
+ * (tables of all blocks; index includes the block's offset): luminance by hue and extra
+ * luminance, hue entry, exponent; outputs are truncated after scaling by scale. Returns 1. */
+LV_API int rgb_color_adjust(int hasLuminance, int index, const float *lumTable,
+                            const float *colorTable, int *outR, int *outG, int *outB,
+                            float minValue, float maxValue, double exponent, float extraLuminance,
+                            float scale);
+/* White balance of samples r, g, b (bits 8 or 16) through linear light and XYZ, X and Z
+ * scaled by whiteX and whiteZ; inverseTable holds samples of that depth. Returns 1. */
+LV_API int rgb_temperature_adjust(int r, int g, int b, unsigned bits, const float *powerTable,
+                                  const void *inverseTable, const float *rgbToXyz,
+                                  const float *xyzToRgb, int *outR, int *outG, int *outB,
+                                  float whiteX, float whiteZ);
 
 LV_EXTERN_C_END
 

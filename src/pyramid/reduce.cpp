@@ -57,10 +57,10 @@ inline void full_pixel(const typename K::T *n, const typename K::T *c, const typ
 // One coarse row from three fine rows; the interior runs without border tests.
 template <class K>
 void full_row(const typename K::T *n, const typename K::T *c, const typename K::T *s, int fineW,
-              int coarseW, int nc, bool wrap, typename K::T *out) {
+              int coarseW, int nc, bool wrap, bool simd, typename K::T *out) {
     const RowCols cols(fineW, coarseW, wrap);
     full_pixel<K>(n, c, s, cols.west(0) * nc, 0, cols.east(0) * nc, nc, wrap, out);
-    lv::tower::reduce_interior<K>(n, c, s, cols.interior_end, nc, out);
+    lv::tower::reduce_interior<K>(n, c, s, cols.interior_end, nc, simd, out);
     for (int x = std::max(1, cols.interior_end); x < coarseW; ++x)
         full_pixel<K>(n, c, s, cols.west(2 * x) * nc, 2 * x * nc, cols.east(2 * x) * nc, nc, wrap,
                       out + x * nc);
@@ -82,7 +82,7 @@ void edge_row(const typename K::T *c, const typename K::T *side, int fineW, int 
 }
 
 template <class K>
-int reduce(int fineW, int fineH, int coarseW, int coarseH, int nc, bool wrap,
+int reduce(int fineW, int fineH, int coarseW, int coarseH, int nc, bool wrap, bool simd,
            const typename K::T *fine, typename K::T *coarse) {
     // A coarse size other than the rounded-up half would read past the fine level.
     if (fineW < 1 || fineH < 1 || nc < 1 || coarseW != fineW % 2 + fineW / 2 ||
@@ -99,24 +99,34 @@ int reduce(int fineW, int fineH, int coarseW, int coarseH, int nc, bool wrap,
             continue;
         }
         full_row<K>(has_north ? row(cy - 1) : row(cy), row(cy), has_south ? row(cy + 1) : row(cy),
-                    fineW, coarseW, nc, wrap, out);
+                    fineW, coarseW, nc, wrap, simd, out);
     }
     return coarseH;
 }
 
 } // namespace
 
+int lv::tower::reduce_short_scalar(int fineW, int fineH, int coarseW, int coarseH, int nc, int wrap,
+                                   const int16_t *fine, int16_t *coarse) {
+    return reduce<Short>(fineW, fineH, coarseW, coarseH, nc, wrap != 0, false, fine, coarse);
+}
+
+int lv::tower::reduce_uchar_scalar(int fineW, int fineH, int coarseW, int coarseH, int nc, int wrap,
+                                   const unsigned char *fine, unsigned char *coarse) {
+    return reduce<Uchar>(fineW, fineH, coarseW, coarseH, nc, wrap != 0, false, fine, coarse);
+}
+
 extern "C" {
 
 LV_API int lv_short_downsample(int fineW, int fineH, int coarseW, int coarseH, int ncomp, int wrap,
                                int64_t fineOffset, int64_t coarseOffset, int16_t *tower) {
-    return reduce<Short>(fineW, fineH, coarseW, coarseH, ncomp, wrap != 0, tower + fineOffset,
+    return reduce<Short>(fineW, fineH, coarseW, coarseH, ncomp, wrap != 0, true, tower + fineOffset,
                          tower + coarseOffset);
 }
 
 LV_API int lv_uchar_downsample(int fineW, int fineH, int coarseW, int coarseH, int ncomp, int wrap,
                                int64_t fineOffset, int64_t coarseOffset, unsigned char *tower) {
-    return reduce<Uchar>(fineW, fineH, coarseW, coarseH, ncomp, wrap != 0, tower + fineOffset,
+    return reduce<Uchar>(fineW, fineH, coarseW, coarseH, ncomp, wrap != 0, true, tower + fineOffset,
                          tower + coarseOffset);
 }
 

@@ -13,7 +13,9 @@
 #include <new>
 
 #include "colour/hsl_core.h"
+#include "colour/hue_recipe.h"
 #include "frame/band_threads.h"
+#include "frame/c_buffer.h"
 #include "lumivantor/colour.h"
 
 namespace {
@@ -21,13 +23,8 @@ namespace {
 constexpr int kHue = LV_HUE_TABLE_SIZE;
 constexpr int kBlock = LV_TMPARAM_COUNT;
 
-struct FreeDeleter {
-    void operator()(void *ptr) const { std::free(ptr); }
-};
-template <class T> using CBuf = std::unique_ptr<T[], FreeDeleter>;
-template <class T> CBuf<T> calloc_array(size_t n) {
-    return CBuf<T>(static_cast<T *>(std::calloc(n ? n : 1, sizeof(T))));
-}
+using lv::calloc_array;
+using lv::CBuf;
 
 // Scene constants shared by the base block and every layer.
 struct Scene {
@@ -146,10 +143,6 @@ inline void balance(const BlockCurve &c, float y, float &r, float &g, float &b) 
     b = std::max(nb, 0.0f);
 }
 
-inline float clamp01(float v) {
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
-
 // Curve, saturation and hue tables of one block on balanced r, g, b; out is on 0..1
 // where the colour stage ran, unclamped otherwise.
 inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, float r, float g,
@@ -172,17 +165,10 @@ inline void render(const Scene &sc, const BlockCurve &c, float ia, float q, floa
         float hsv[3];
         lv::rgb_to_hsv(out, hsv);
         float v = hsv[2];
-        float mn = clamp01(v - hsv[1] * v);
+        float mn = lv::clamp_unit(v - hsv[1] * v);
         const int i = static_cast<int>(hsv[0] * 4095.0f);
-        if (c.lum && v > 0.0f) {
-            const float u = c.lum_table[i] * 2.0f - 1.0f;
-            const float k = 1.0f + (1.0f - mn / v) * u;
-            mn *= k;
-            v *= k;
-        }
-        const float *e = c.colour_table + 3 * i;
-        for (int k = 0; k < 3; ++k)
-            out[k] = clamp01(mn + (v - mn) * e[k]);
+        if (c.lum && v > 0.0f) lv::scale_by_saturation(c.lum_table[i] * 2.0f, mn, v);
+        lv::rebuild_from_entry(c.colour_table + 3 * i, mn, v, out);
     }
 }
 

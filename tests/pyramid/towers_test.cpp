@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lumivantor/pyramid.h"
+#include "pyramid/tower_kernels.h"
 
 namespace {
 
@@ -172,6 +173,28 @@ TEST(TowerReduce, ColourSamplesReduceLikeThreeSeparatePlanes) {
                 }
             }
         }
+}
+
+TEST(TowerReduce, VectorInteriorsGiveTheScalarBytesOnRandomLevels) {
+    std::mt19937 rng(3);
+    for (int trial = 0; trial < 300; ++trial) {
+        const int w = 1 + int(rng() % 90), h = 1 + int(rng() % 9), nc = trial % 4 ? 1 : 3;
+        const int wrap = trial % 2, cw = half(w), ch = half(h);
+        std::vector<int16_t> t16(size_t(w) * h * nc + size_t(cw) * ch * nc), ref16(t16);
+        std::vector<unsigned char> t8(t16.size()), ref8(t16.size());
+        for (size_t i = 0; i < size_t(w) * h * nc; ++i) {
+            // Full signed range: band-pass levels are reduced too.
+            t16[i] = ref16[i] = int16_t(rng());
+            t8[i] = ref8[i] = (unsigned char)(rng());
+        }
+        const int64_t at = int64_t(w) * h * nc;
+        lv_short_downsample(w, h, cw, ch, nc, wrap, 0, at, t16.data());
+        lv_uchar_downsample(w, h, cw, ch, nc, wrap, 0, at, t8.data());
+        lv::tower::reduce_short_scalar(w, h, cw, ch, nc, wrap, ref16.data(), ref16.data() + at);
+        lv::tower::reduce_uchar_scalar(w, h, cw, ch, nc, wrap, ref8.data(), ref8.data() + at);
+        ASSERT_EQ(t16, ref16) << w << "x" << h << "x" << nc << " wrap " << wrap;
+        ASSERT_EQ(t8, ref8) << w << "x" << h << "x" << nc << " wrap " << wrap;
+    }
 }
 
 TEST(TowerBlur, FlatMapsLoseAtMostTheTruncatedUnitAndAnImpulseSpreadsSymmetrically) {
