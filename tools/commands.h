@@ -10,5 +10,6 @@ int cmd_info(int argc, char **argv);
 int cmd_demo(int argc, char **argv);
 int cmd_fuse(int argc, char **argv);
 int cmd_finish(int argc, char **argv);
+int cmd_single(int argc, char **argv);
 
 } // namespace lvhdr

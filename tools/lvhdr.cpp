@@ -18,6 +18,7 @@ const char *main_help =
     "  fuse      blend a bracket straight into a picture by exposure fusion\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
     "  finish    levels, exposure, saturation and sharpening on a finished picture\n"
+    "  single    an HDR look from one photograph: simulated exposures, fused\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
 
@@ -31,7 +32,8 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
                             {"fuse", lvhdr::cmd_fuse},
-                            {"finish", lvhdr::cmd_finish}};
+                            {"finish", lvhdr::cmd_finish},
+                            {"single", lvhdr::cmd_single}};
 
 } // namespace
 

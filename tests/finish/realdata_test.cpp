@@ -82,6 +82,30 @@ TEST(FinishTool, FinishesATonemappedNightAndTheStreetFrameIntoPictures) {
     std::printf("pictures in %s\n", dir.c_str());
 }
 
+TEST(SingleTool, FusesOneStreetAndOneNightFrameBrighterInTheShadows) {
+    if (!file_exists(street) || !file_exists(night)) GTEST_SKIP() << "sample photographs absent";
+    const std::string dir = scratch_dir();
+    const std::string inputs[2] = {street, night + "/IMG_3871.jpg"};
+    for (int k = 0; k < 2; ++k) {
+        const std::string out = dir + "/single" + std::to_string(k) + ".png";
+        const RunResult r = run_lvhdr("single '" + inputs[k] + "' -o " + out +
+                                      " --write-exposures " + dir + "/fake" + std::to_string(k));
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+        const lvhdr::Image photo = load(inputs[k]), fused = load(out);
+        ASSERT_EQ(fused.pixels.size(), photo.pixels.size());
+        // The photograph's dark pixels come out brighter on the whole.
+        double before = 0, after = 0;
+        for (size_t i = 0; i < photo.pixels.size(); i += 3) {
+            const int grey = photo.pixels[i] + photo.pixels[i + 1] + photo.pixels[i + 2];
+            if (grey >= 3 * 40) continue;
+            before += grey;
+            after += fused.pixels[i] + fused.pixels[i + 1] + fused.pixels[i + 2];
+        }
+        EXPECT_GE(after, before) << inputs[k];
+    }
+    EXPECT_EQ(run_lvhdr("single '" + street + "' -o " + dir + "/x.png --use photo").exit_code, 2);
+}
+
 TEST(FinishTool, WrongSettingsExitTwoAndUnreadableInputLeavesNoFile) {
     const std::string dir = scratch_dir();
     for (const char *args :
