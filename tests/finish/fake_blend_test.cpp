@@ -113,24 +113,24 @@ TEST(Blend, AmountsAcrossDepthsAndTheHeldHundredPercent) {
         {16, 8, 50, 65535, 0, 126},       // 65535 x 127 >> 16
         {16, 16, 25, 40000, 1000, 10589}, // (40000 x 63 + 1000 x 191) >> 8
     };
+    auto flat = [](int bits, unsigned v) { // one pixel of level v
+        const uint16_t wide[3] = {uint16_t(v), uint16_t(v), uint16_t(v)};
+        return bits == 8
+                   ? std::vector<unsigned char>(3, uint8_t(v))
+                   : std::vector<unsigned char>((const uint8_t *)wide, (const uint8_t *)(wide + 3));
+    };
     for (const auto &c : cases) {
         const auto p = blocks({{c.amount, 0}});
-        uint16_t img16[3] = {uint16_t(c.image), uint16_t(c.image), uint16_t(c.image)};
-        unsigned char img8[3] = {uint8_t(c.image), uint8_t(c.image), uint8_t(c.image)};
-        uint16_t out16[3] = {uint16_t(c.current), uint16_t(c.current), uint16_t(c.current)};
-        unsigned char out8[3] = {uint8_t(c.current), uint8_t(c.current), uint8_t(c.current)};
-        const auto *img = c.bits_in == 8 ? img8 : reinterpret_cast<unsigned char *>(img16);
-        auto *out = c.bits_out == 8 ? out8 : reinterpret_cast<unsigned char *>(out16);
-        ASSERT_EQ(
-            lv_blend(1, 1, p.data(), nullptr, nullptr, img, dims(1, 1, c.bits_in, c.bits_out), out),
-            1);
-        EXPECT_EQ(c.bits_out == 8 ? out8[1] : out16[1], c.result)
-            << c.bits_in << " to " << c.bits_out << " bits at " << c.amount << " %";
+        auto out = flat(c.bits_out, c.current);
+        ASSERT_EQ(lv_blend(1, 1, p.data(), nullptr, nullptr, flat(c.bits_in, c.image).data(),
+                           dims(1, 1, c.bits_in, c.bits_out), out.data()),
+                  1);
+        EXPECT_EQ(out, flat(c.bits_out, c.result)) << c.bits_in << " to " << c.bits_out << " bits";
     }
-    unsigned char img[3] = {1, 2, 3}, out[3] = {4, 5, 6};
+    auto out = flat(8, 4);
     const auto idle = blocks({{0, 0}});
-    EXPECT_EQ(lv_blend(1, 1, idle.data(), nullptr, nullptr, img, dims(1, 1, 8, 8), out), 1);
-    EXPECT_EQ(out[0], 4);
+    EXPECT_EQ(
+        lv_blend(1, 1, idle.data(), nullptr, nullptr, out.data(), dims(1, 1, 8, 8), out.data()), 1);
 }
 
 TEST(Blend, MaskWeightsMixTheLayerAndTheNearestImageIsChosen) {

@@ -1,6 +1,7 @@
-// lvhdr finish on real photographs, checked as a photographer would: a stop more exposure
-// brightens midtones by about a stop without moving hues, and greys stay grey. The
-// pictures are kept under the build tree for a person to look at.
+// lvhdr finish and single on real photographs, checked as a photographer would: a stop more
+// exposure brightens midtones by about a stop without moving hues or tinting greys, and a
+// single frame fused with its simulated exposures opens its shadows. The pictures stay
+// under the build tree for a person to look at.
 #ifdef LV_HAVE_LVHDR
 #include <gtest/gtest.h>
 
@@ -15,7 +16,7 @@ using namespace tooltest;
 namespace {
 
 const std::string street = std::string(LV_DATA_DIR) + "/street/DSC_0098.png";
-const std::string night = std::string(LV_DATA_DIR) + "/night/small";
+const std::string night = std::string(LV_DATA_DIR) + "/night/small/IMG_3871.jpg";
 
 lvhdr::Image load(const std::string &path) {
     lvhdr::Image im;
@@ -58,34 +59,10 @@ TEST(FinishTool, AStopOfExposureBrightensMidtonesKeepsHuesAndGreys) {
     EXPECT_LT(grey_saturation, 1.5 * grey_in);
 }
 
-TEST(FinishTool, FinishesATonemappedNightAndTheStreetFrameIntoPictures) {
-    if (!file_exists(street) || !file_exists(night)) GTEST_SKIP() << "sample photographs absent";
-    const std::string dir = scratch_dir();
-    ASSERT_EQ(run_lvhdr("merge -o " + dir + "/night.hdr " + night + "/*.jpg").exit_code, 0);
-    ASSERT_EQ(run_lvhdr("tonemap -o " + dir + "/night.png " + dir + "/night.hdr").exit_code, 0);
-    const struct {
-        std::string in, out, settings;
-    } runs[] = {
-        {dir + "/night.png", "night_finished.png",
-         "--levels 2,98 --gamma 1.2 --saturation 115 --sharpen 1.8"},
-        {street, "street_levels.png", "--levels 10,90 --gamma 0.8 --threads 3"},
-        {street, "street_minus1_sharp.png", "--exposure -1 --sharpen 2 --radius 3 --threshold 4"},
-    };
-    for (const auto &run : runs) {
-        const RunResult r =
-            run_lvhdr("finish '" + run.in + "' -o " + dir + "/" + run.out + " " + run.settings);
-        EXPECT_EQ(r.exit_code, 0) << run.out << ": " << r.err;
-        const lvhdr::Image in = load(run.in), out = load(dir + "/" + run.out);
-        EXPECT_EQ(out.width * out.height, in.width * in.height);
-        EXPECT_NE(out.pixels, in.pixels) << run.out;
-    }
-    std::printf("pictures in %s\n", dir.c_str());
-}
-
 TEST(SingleTool, FusesOneStreetAndOneNightFrameBrighterInTheShadows) {
     if (!file_exists(street) || !file_exists(night)) GTEST_SKIP() << "sample photographs absent";
     const std::string dir = scratch_dir();
-    const std::string inputs[2] = {street, night + "/IMG_3871.jpg"};
+    const std::string inputs[2] = {street, night};
     for (int k = 0; k < 2; ++k) {
         const std::string out = dir + "/single" + std::to_string(k) + ".png";
         const RunResult r = run_lvhdr("single '" + inputs[k] + "' -o " + out +
@@ -103,19 +80,16 @@ TEST(SingleTool, FusesOneStreetAndOneNightFrameBrighterInTheShadows) {
         }
         EXPECT_GE(after, before) << inputs[k];
     }
-    EXPECT_EQ(run_lvhdr("single '" + street + "' -o " + dir + "/x.png --use photo").exit_code, 2);
 }
 
 TEST(FinishTool, WrongSettingsExitTwoAndUnreadableInputLeavesNoFile) {
     const std::string dir = scratch_dir();
-    for (const char *args :
-         {"--levels 60,20", "--levels 5", "--gamma 0", "--bits 12", "--sharpen x"}) {
-        const RunResult r = run_lvhdr(std::string("finish in.png -o ") + dir + "/o.png " + args);
+    for (const char *args : {"finish --levels 60,20", "finish --levels 5", "finish --gamma 0",
+                             "finish --bits 12", "single --use photo", "single --use 4,0"}) {
+        const RunResult r = run_lvhdr(std::string(args) + " in.png -o " + dir + "/o.png");
         EXPECT_EQ(r.exit_code, 2) << args << ": " << r.err;
-        EXPECT_EQ(line_count(r.err), 1) << r.err;
     }
-    const RunResult r = run_lvhdr("finish " + dir + "/missing.png -o " + dir + "/o.png");
-    EXPECT_EQ(r.exit_code, 1);
+    EXPECT_EQ(run_lvhdr("finish " + dir + "/missing.png -o " + dir + "/o.png").exit_code, 1);
     EXPECT_EQ(count_entries(dir), 0);
 }
 
