@@ -103,9 +103,9 @@ LV_API int getIndexClosestEv(int count, const float *evs, float target);
 /* Mixes the image of a set (images, steps of strideIn x height samples) closest to each
  * block's exposure value p[28] into output by its amount p[27] percent (held to 99 %),
  * for block 0 and per mask layer (mask: weight, layer bytes a pixel, or NULL). Image
- * samples are read in red, green, blue order; output (apart from images) follows
- * dim.swapRedBlue. Returns 1
- * when no block is active, else the last band's row count; -4, -2. */
+ * samples are read in red, green, blue order; output, apart from images, follows
+ * dim.swapRedBlue. Returns 1 when no block is active, else the last band's row count;
+ * -4, -2. */
 LV_API int lv_blend(int numThreads, int imageCount, const float *p, const float *evs,
                     const unsigned char *mask, const unsigned char *images, DimParam dim,
                     unsigned char *output);
