@@ -11,6 +11,7 @@
 
 #include "frame/band_threads.h"
 #include "frame/c_buffer.h"
+#include "frame/rounding.h"
 #include "fusion/weights.h"
 
 namespace {
@@ -49,9 +50,8 @@ void exposure_curve(float *curve, int range, float p2, float clipped_share) {
 template <class T> inline T scaled_weight(float w, float full, float inv_sum) {
     const float v = w * full * inv_sum;
     if (v < 1.0f) return 0;
-    const auto whole = static_cast<uint32_t>(v);
-    const uint32_t rounded = whole + (v - static_cast<float>(whole) > 0.5f ? 1u : 0u);
-    const auto cap = static_cast<uint32_t>(full) - 1u;
+    const int rounded = lv::round_over_half(v);
+    const int cap = static_cast<int>(full) - 1;
     return static_cast<T>(rounded < cap ? rounded : cap);
 }
 
@@ -156,7 +156,7 @@ int adj1b_orig(int n, int width, int rows, int height, int samplesPerPixel, int 
     if (!place || !raw) return LV_ERR_NOMEM;
     for (int t = 0; t < n; ++t) {
         place[t] = -1;
-        for (int r = 0; r < n; ++r)
+        for (int r = 0; r < n && order[0] >= 0; ++r)
             if (order[r] == t) place[t] = r;
     }
     const Pass a = {n,          width,          height,       samplesPerPixel, bits,
