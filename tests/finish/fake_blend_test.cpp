@@ -1,5 +1,5 @@
 // Fake exposures (cancel points, brightness order), the choice of the nearest exposure,
-// lv_blend's weights across depths and mask layers, and the brushed selection preview.
+// lv_blend's weights across depths and mask layers.
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -181,29 +181,6 @@ TEST(Blend, ThreadCountsGiveIdenticalBytesAndAFailedThreadStartIsReported) {
         lv_blend(3, 2, p.data(), evs, mask.data(), images.data(), dims(w, h, 16, 8), out.data()),
         -2);
     lv_set_thread_create(nullptr);
-}
-
-TEST(BrushPreview, CopiesTheLastImageAndTintsTheSelectionTowardsTheThirdSample) {
-    // Two images of 3 x 1 pixels; the preview shows the second with wider rows.
-    const unsigned char images[18] = {9,   9,   9,   9,  9,  9,  9, 9, 9,
-                                      100, 100, 100, 50, 60, 70, 1, 2, 3};
-    const unsigned char bits[1] = {0x40}, bytes[3] = {0, 255, 0}, none[3] = {};
-    const struct {
-        int bit_mask;
-        const unsigned char *selection;
-        std::vector<int> preview;
-    } cases[] = {
-        {0, none, {100, 100, 100, 50, 60, 70, 1, 2, 3, 0}},
-        {1, bits, {100, 100, 100, 37, 45, 116, 1, 2, 3, 0}},  // a = 0.25
-        {0, bytes, {100, 100, 100, 37, 45, 116, 1, 2, 3, 0}}, // 255 x 0.00098 = 0.25
-    };
-    for (const auto &c : cases) {
-        unsigned char preview[10] = {};
-        EXPECT_EQ(
-            brush_selection_preview(c.bit_mask, 2, 3, 1, 9, 10, 3, images, c.selection, preview),
-            0);
-        EXPECT_EQ(std::vector<int>(preview, preview + 10), c.preview) << "bit mask " << c.bit_mask;
-    }
 }
 
 } // namespace

@@ -124,10 +124,6 @@ TEST(PostAdjust, SharpeningOvershootsAnEdgeTheSameWayOnAnyThreadCount) {
     EXPECT_LT(out[3 * (mid + w / 2 - 1)], 75); // the dark side darker at the edge
     EXPECT_GT(out[3 * (mid + w / 2)], 165);    // the bright side brighter
     EXPECT_NEAR(out[3 * mid], 80, 1);          // far from the edge, untouched
-    const float no_radius[3] = {2.0f, 0.2f, 0};
-    EXPECT_LT(post_adj(1, w, h, 3, 0, 3 * w, 8, curve.data(), hue.data(), no_radius, copy.data(),
-                       out.data()),
-              0);
 }
 
 TEST(ShadowLift, AveragesLiftsShadowsHoldsHighlightsAndKeepsGreysGrey) {
