@@ -1,6 +1,6 @@
-// RGB to L*a*b* for the per-pixel finishing passes, with the same results as rgb2Lab but
-// without a pow call per channel: the companding power comes from a table of cubic pieces,
-// and the library's pow is asked only when the piece can't settle the rounding to float.
+// RGB to L*a*b*: the one arithmetic of rgb2Lab, and for the per-pixel finishing passes the
+// same results without a pow call per channel: the companding power comes from a table of
+// quartic pieces, and pow is asked only when a piece can't settle the rounding to float.
 #pragma once
 
 #include <bit>
@@ -8,6 +8,25 @@
 #include <cstdint>
 
 namespace lv {
+
+// Linear Adobe RGB to L*a*b* (D65) with the companding power above the knee given by
+// power(ratio), which must return ratio^0.33333 narrowed to float.
+template <class Power>
+inline void lab_from_linear(float r, float g, float b, float *out, Power power) {
+    auto f = [&](double ratio, double linear_part) {
+        if (ratio > 0.008856) return power(ratio);
+        return static_cast<float>(linear_part * 0.008620689655172414 + 0.13793103448275862);
+    };
+    const float x = static_cast<float>(0.5767309 * r + 0.185554 * g + 0.1881852 * b);
+    const float y = static_cast<float>(0.2973769 * r + 0.6273491 * g + 0.0752741 * b);
+    const float z = static_cast<float>(0.0270343 * r + 0.0706872 * g + 0.9911085 * b);
+    const float fx = f(x * 1.0521111, x * 950.372);
+    const float fy = f(y, y * 903.3);
+    const float fz = f(z * 0.91841704, z * 829.6061);
+    out[0] = fy * 116.0f - 16.0f;
+    out[1] = (fx - fy) * 500.0f;
+    out[2] = (fy - fz) * 200.0f;
+}
 
 class FastLab {
   public:
@@ -48,15 +67,7 @@ class FastLab {
 
     // The arithmetic of rgb2Lab on linear components.
     void lab(float r, float g, float b, float *out) const {
-        const float x = static_cast<float>(0.5767309 * r + 0.185554 * g + 0.1881852 * b);
-        const float y = static_cast<float>(0.2973769 * r + 0.6273491 * g + 0.0752741 * b);
-        const float z = static_cast<float>(0.0270343 * r + 0.0706872 * g + 0.9911085 * b);
-        const float fx = f(x * 1.0521111, x * 950.372);
-        const float fy = f(y, y * 903.3);
-        const float fz = f(z * 0.91841704, z * 829.6061);
-        out[0] = fy * 116.0f - 16.0f;
-        out[1] = (fx - fy) * 500.0f;
-        out[2] = (fy - fz) * 200.0f;
+        lab_from_linear(r, g, b, out, [this](double ratio) { return power(ratio); });
     }
 
   private:
@@ -66,11 +77,6 @@ class FastLab {
     static constexpr int kPieceBits = 7;
     static constexpr int kPieces = 1 << kPieceBits;
     static constexpr double kSlack = 1e-12;
-
-    float f(double ratio, double linear_part) const {
-        if (ratio > 0.008856) return power(ratio);
-        return static_cast<float>(linear_part * 0.008620689655172414 + 0.13793103448275862);
-    }
 
     double coef_[kOctaves][kPieces][5];
 };
