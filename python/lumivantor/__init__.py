@@ -1,0 +1,21 @@
+"""lumivantor: HDR photography on numpy arrays.
+
+    import lumivantor as lv
+    hdr = lv.merge(["a.png", "b.png", "c.png"], times=[1/250, 1/60, 1/15])
+    lv.write_hdr("scene.hdr", hdr)
+    picture = lv.tonemap(hdr, method="optimizer", compression=60)
+
+HDR images are C-contiguous (H, W, 3) float32 arrays of linear radiance; photographs and
+pictures are (H, W, 3) uint8 or uint16 arrays in RGB order. Failures raise
+LumivantorError (with .code and .operation); bad arrays raise TypeError or ValueError
+before they reach the library. Calls on different images may run on several threads;
+the float TIFF reader, whose state is kept per process, takes a lock.
+"""
+from ._core import Cancelled, LumivantorError, library_path
+from .files import info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
+from .merging import exposures_from_settings, guess_exposures, merge
+from .tonemapping import SLIDERS, refinish, tonemap
+
+__all__ = ["Cancelled", "LumivantorError", "SLIDERS", "exposures_from_settings",
+           "guess_exposures", "info", "library_path", "merge", "metadata", "read_hdr",
+           "read_psd", "read_tiff", "refinish", "tonemap", "write_hdr", "write_tiff"]

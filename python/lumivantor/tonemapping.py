@@ -1,0 +1,161 @@
+"""Tone mapping an HDR image to an 8- or 16-bit picture: the global operator ("simple")
+and the contrast optimizer ("optimizer")."""
+import ctypes
+
+import numpy as np
+
+from . import _core as c
+from . import files
+
+TMPARAM_COUNT = 60
+
+# Sliders of each operator: readable name -> (index in the parameter block, lowest,
+# highest, default). Every slider is written, so a call with no sliders renders exactly
+# as lvhdr does at its defaults.
+SLIDERS = {
+    "simple": {
+        "brightness": (0, -10, 10, 0.0),
+        "compression": (1, -10, 10, 0.0),
+        "temperature": (12, -10, 10, 0.0),
+        "saturation": (13, -10, 10, 0.0),
+    },
+    "optimizer": {
+        "compression": (0, 0, 100, 50.0),
+        "detail": (1, -5, 10, 0.0),
+        "level_dependence": (2, 0, 100, 20.0),
+        "white_clip": (3, 0, 10, 0.6),
+        "black_clip": (4, 0, 10, 0.25),
+        "gamma": (8, -10, 10, 0.0),
+        "temperature": (12, -10, 10, 0.0),
+        "saturation": (13, -10, 10, 0.0),
+    },
+}
+# The method code of each operator's parameter block.
+_METHOD_CODE = {"simple": 2, "optimizer": 3}
+# Sliders a re-finish may change: the optimizer's colour finish reads only these.
+_COLOUR_SLIDERS = ("gamma", "temperature", "saturation")
+
+
+def parameter_block(method, **sliders):
+    """The method's parameter block (float32[60]) with the sliders set, each checked
+    against its range; raises ValueError for an unknown slider or a value out of range."""
+    if method not in SLIDERS:
+        raise ValueError(f"tonemap: unknown method {method!r}; use one of {sorted(SLIDERS)}")
+    table = SLIDERS[method]
+    p = np.zeros(TMPARAM_COUNT, np.float32)
+    c.tmparam_default(_METHOD_CODE[method], 0, c.ptr(p, c.c_float))
+    for name in sliders:
+        if name not in table:
+            raise ValueError(f"tonemap: {method} has no slider {name!r}; it has {sorted(table)}")
+    for name, (index, lo, hi, default) in table.items():
+        value = float(sliders.get(name, default))
+        if not lo <= value <= hi:
+            raise ValueError(f"tonemap: {name} = {value} is outside {lo}..{hi}")
+        p[index] = value
+    return p
+
+
+def _hdr_rgbe(hdr):
+    """Planar RGBE of an HDR argument: a float32 (H, W, 3) image."""
+    c.check_image("tonemap", hdr, (np.float32,))
+    return files.rgbe_from_float(hdr).reshape(-1), hdr.shape[1], hdr.shape[0]
+
+
+def _dim(w, h, bits):
+    if bits not in (8, 16):
+        raise ValueError(f"tonemap: bits must be 8 or 16, not {bits}")
+    dim = c.DimParam()
+    c.init_dim_param(ctypes.byref(dim))
+    dim.width, dim.height, dim.samplesPerPixel = w, h, 3
+    dim.bpsOut, dim.strideOut = bits, 3 * w
+    return dim
+
+
+def _simple(rgbe, w, h, bits, p, threads):
+    table = np.zeros(256, np.float32)
+    c.exp_lut(c.ptr(table, c.c_float), -8)
+    stats = np.zeros(6, np.float32)
+    c.check("tonemap", c.logMinMaxMoy(w, h, c.ptr(table, c.c_float), c.ptr(rgbe),
+                                      c.ptr(stats, c.c_float)))
+    dim = _dim(w, h, bits)
+    out = np.zeros((h, w, 3), np.uint8 if bits == 8 else np.uint16)
+    n = c.c_int(threads)
+    c.check("tonemap", c.tm_simple(dim, c.ptr(p, c.c_float), None, c.ptr(stats, c.c_float),
+                                   c.ptr(table, c.c_float), ctypes.byref(n), c.ptr(rgbe),
+                                   out.ctypes.data_as(c.u8p)))
+    return out
+
+
+class OptimizerRender:
+    """What the contrast optimizer keeps between a render and its re-finishes: the
+    parameter block, the 0..1 luminance map, the source RGBE and the memory block (all
+    owned by numpy). One render serves one call at a time."""
+
+    def __init__(self, rgbe, w, h, bits, p, threads):
+        self.rgbe, self.width, self.height, self.bits, self.p = rgbe, w, h, bits, p
+        self.dim = _dim(w, h, bits)
+        self.dim.bpsIn = 32
+        self.opt = c.OptimParam()
+        c.init_optim_param(ctypes.byref(self.opt))
+        self.opt.numThreads = threads
+        work = c.c_int64(0)
+        c.mem4contrast_optimizer(0, self.dim, ctypes.byref(work))
+        # The image area (RGBE counts as three 32-bit samples a pixel), then the work space.
+        self.memory = np.zeros(12 * w * h + work.value, np.uint8)
+        self.map = np.zeros(c.pyram_len2(w, h), np.float32)
+
+    def run(self, reuse_map, progress):
+        prog = c.Progress("tonemap", progress)
+        c.check("tonemap", c.lv_tm_optimizer(
+            self.dim, self.opt, prog.c_callback, c.ptr(self.p, c.c_float), None,
+            1 if reuse_map else 0, c.ptr(self.map, c.c_float), c.ptr(self.rgbe),
+            self.memory.size, c.ptr(self.memory)))
+        prog.finish()
+        dtype = np.uint8 if self.bits == 8 else np.uint16
+        n = 3 * self.width * self.height
+        return self.memory[: n * np.dtype(dtype).itemsize].view(dtype).reshape(
+            self.height, self.width, 3).copy()
+
+
+def tonemap(hdr, method="simple", bits=8, progress=None, threads=None, keep=False, **sliders):
+    """Tone-maps an (H, W, 3) float32 HDR image to an (H, W, 3) uint8 or uint16 picture.
+
+    method: "simple" (the global photoreceptor operator; sliders brightness, compression,
+    saturation, temperature, each -10..10) or "optimizer" (the local contrast optimizer;
+    sliders compression 0..100, detail -5..10, level_dependence 0..100, white_clip and
+    black_clip 0..10 %, gamma, saturation, temperature -10..10); see SLIDERS. bits: 8 or
+    16. progress: called with 0..1 by the optimizer, return True to cancel (raises
+    Cancelled). threads: worker threads (default one a processor; the bytes are the same
+    for any count). keep=True with the optimizer returns (picture, render) for refinish().
+    Independent calls may run on several threads."""
+    p = parameter_block(method, **sliders)
+    rgbe, w, h = _hdr_rgbe(hdr)
+    threads = threads or c.default_threads()
+    if method == "simple":
+        if keep:
+            raise ValueError("tonemap: keep=True is for the optimizer")
+        picture = _simple(rgbe, w, h, bits, p, threads)
+        if progress and progress(1.0):
+            raise c.Cancelled("tonemap")
+        return picture
+    render = OptimizerRender(rgbe, w, h, bits, p, threads)
+    picture = render.run(False, progress)
+    return (picture, render) if keep else picture
+
+
+def refinish(render, progress=None, **sliders):
+    """Re-renders an optimizer result after a change of colour sliders only (gamma,
+    saturation, temperature) from its kept luminance map, without tone mapping again.
+    render: the second value of tonemap(..., method="optimizer", keep=True)."""
+    if not isinstance(render, OptimizerRender):
+        raise TypeError("refinish: pass the render from tonemap(..., keep=True)")
+    for name in sliders:
+        if name not in _COLOUR_SLIDERS:
+            raise ValueError(f"refinish: {name!r} is not a colour slider {_COLOUR_SLIDERS}")
+    table = SLIDERS["optimizer"]
+    # Only the colour sliders change: the block keeps the values the tone map wrote into
+    # it, which the finish reads.
+    fresh = parameter_block("optimizer", **sliders)
+    for name in sliders:
+        render.p[table[name][0]] = fresh[table[name][0]]
+    return render.run(True, progress)
