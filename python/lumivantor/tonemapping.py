@@ -71,17 +71,22 @@ def _dim(w, h, bits):
     return dim
 
 
-def _simple(rgbe, w, h, bits, p, threads):
+def _simple(hdr, bits, p, threads):
+    """The global operator straight on the float image (interleaved float input): no
+    RGBE copy is made."""
+    h, w, _ = hdr.shape
     table = np.zeros(256, np.float32)
     c.exp_lut(c.ptr(table, c.c_float), -8)
     stats = np.zeros(6, np.float32)
-    c.check("tonemap", c.logMinMaxMoy(w, h, c.ptr(table, c.c_float), c.ptr(rgbe),
+    stats[0], stats[1] = 32, 3  # interleaved floats, three a pixel
+    c.check("tonemap", c.logMinMaxMoy(w, h, c.ptr(table, c.c_float), c.ptr(hdr),
                                       c.ptr(stats, c.c_float)))
     dim = _dim(w, h, bits)
+    dim.inputFormat = 10
     out = np.zeros((h, w, 3), np.uint8 if bits == 8 else np.uint16)
     n = c.c_int(threads)
     c.check("tonemap", c.tm_simple(dim, c.ptr(p, c.c_float), None, c.ptr(stats, c.c_float),
-                                   c.ptr(table, c.c_float), ctypes.byref(n), c.ptr(rgbe),
+                                   c.ptr(table, c.c_float), ctypes.byref(n), c.ptr(hdr),
                                    out.ctypes.data_as(c.u8p)))
     return out
 
@@ -129,15 +134,16 @@ def tonemap(hdr, method="simple", bits=8, progress=None, threads=None, keep=Fals
     for any count). keep=True with the optimizer returns (picture, render) for refinish().
     Independent calls may run on several threads."""
     p = parameter_block(method, **sliders)
-    rgbe, w, h = _hdr_rgbe(hdr)
+    c.check_image("tonemap", hdr, (np.float32,))
     threads = threads or c.default_threads()
     if method == "simple":
         if keep:
             raise ValueError("tonemap: keep=True is for the optimizer")
-        picture = _simple(rgbe, w, h, bits, p, threads)
+        picture = _simple(hdr, bits, p, threads)
         if progress and progress(1.0):
             raise c.Cancelled("tonemap")
         return picture
+    rgbe, w, h = _hdr_rgbe(hdr)
     render = OptimizerRender(rgbe, w, h, bits, p, threads)
     picture = render.run(False, progress)
     return (picture, render) if keep else picture
