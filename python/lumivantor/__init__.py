@@ -5,17 +5,18 @@
     lv.write_hdr("scene.hdr", hdr)
     picture = lv.tonemap(hdr, method="optimizer", compression=60)
 
-HDR images are C-contiguous (H, W, 3) float32 arrays of linear radiance; photographs and
+HDR images are C-contiguous (H, W, 3) float32 arrays of linear radiance (merge and
+read_hdr return read-only HdrImage arrays that keep their RGBE rows); photographs and
 pictures are (H, W, 3) uint8 or uint16 arrays in RGB order. Failures raise
 LumivantorError (with .code and .operation); bad arrays raise TypeError or ValueError
 before they reach the library. Calls on different images may run on several threads;
 the float TIFF reader, whose state is kept per process, takes a lock.
 """
 from ._core import Cancelled, LumivantorError, library_path
-from .files import info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
+from .files import HdrImage, info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
 from .merging import exposures_from_settings, guess_exposures, merge
 from .tonemapping import SLIDERS, refinish, tonemap
 
-__all__ = ["Cancelled", "LumivantorError", "SLIDERS", "exposures_from_settings",
+__all__ = ["Cancelled", "HdrImage", "LumivantorError", "SLIDERS", "exposures_from_settings",
            "guess_exposures", "info", "library_path", "merge", "metadata", "read_hdr",
            "read_psd", "read_tiff", "refinish", "tonemap", "write_hdr", "write_tiff"]

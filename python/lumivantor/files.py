@@ -36,12 +36,31 @@ def rgbe_from_float(image):
     return out
 
 
+class HdrImage(np.ndarray):
+    """An (H, W, 3) float32 HDR image that keeps the planar RGBE rows it was expanded
+    from, so the tone mappers that read RGBE take them as they are instead of encoding
+    the floats again. It is read-only, so the two can't drift apart: hdr.copy() (or any
+    arithmetic on it) gives an ordinary writable array without the kept rows."""
+
+    def __array_finalize__(self, obj):
+        self.rgbe = None  # views, copies and results don't carry the rows
+
+
+def kept_rgbe(image):
+    """The RGBE rows an HdrImage keeps (flat uint8), or None."""
+    rgbe = getattr(image, "rgbe", None)
+    return rgbe if rgbe is not None and not image.flags["WRITEABLE"] else None
+
+
 def float_from_rgbe(rgbe, width, height):
-    """Expands planar RGBE rows (4 * width * height bytes) to an (H, W, 3) float32 image
-    through the library's expansion (mantissa * 2^(E - 136), E = 0 black)."""
+    """Expands planar RGBE rows (4 * width * height bytes) to an (H, W, 3) float32
+    HdrImage through the library's expansion (mantissa * 2^(E - 136), E = 0 black)."""
     out = np.empty((height, width, 3), np.float32)
     c.check("rgbe2fp", c.rgbe2fp(width, height, 3 * width, 0, 0, c.ptr(rgbe),
                                  out.ctypes.data_as(c.c_void_p), 1.0))
+    out = out.view(HdrImage)
+    out.rgbe = rgbe.reshape(-1)
+    out.flags.writeable = False
     return out
 
 
@@ -134,7 +153,9 @@ def write_hdr(path, image, metadata=None):
 
     metadata: None, or a dict with any of exposure_time, f_number, iso, focal_length,
     camera, date (as metadata() returns) recorded in the header."""
-    rgbe = rgbe_from_float(image)
+    rgbe = kept_rgbe(image)
+    if rgbe is None:
+        rgbe = rgbe_from_float(image)
     write_hdr_rgbe(path, rgbe, image.shape[1], image.shape[0], metadata)
 
 
@@ -160,7 +181,9 @@ def read_tiff(path):
 def write_tiff(path, image):
     """Writes an (H, W, 3) float32 image as a one-strip 32-bit float RGB TIFF (sides up
     to 65535). The samples pass through RGBE, so they keep 8 bits of mantissa."""
-    rgbe = rgbe_from_float(image)
+    rgbe = kept_rgbe(image)
+    if rgbe is None:
+        rgbe = rgbe_from_float(image)
     h, w, _ = image.shape
     c.check(f"write_tiff({os.fspath(path)!r})", c.fp_save(c.path_arg(path), w, h, 0, c.ptr(rgbe)))
 

@@ -58,7 +58,10 @@ def parameter_block(method, **sliders):
 def _hdr_rgbe(hdr):
     """Planar RGBE of an HDR argument: a float32 (H, W, 3) image."""
     c.check_image("tonemap", hdr, (np.float32,))
-    return files.rgbe_from_float(hdr).reshape(-1), hdr.shape[1], hdr.shape[0]
+    rgbe = files.kept_rgbe(hdr)
+    if rgbe is None:
+        rgbe = files.rgbe_from_float(hdr).reshape(-1)
+    return rgbe, hdr.shape[1], hdr.shape[0]
 
 
 def _dim(w, h, bits):
