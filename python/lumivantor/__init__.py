@@ -14,9 +14,10 @@ the float TIFF reader, whose state is kept per process, takes a lock.
 """
 from ._core import Cancelled, LumivantorError, library_path
 from .files import HdrImage, info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
+from .fusing import FUSION_SLIDERS, fuse
 from .merging import exposures_from_settings, guess_exposures, merge
 from .tonemapping import SLIDERS, refinish, tonemap
 
-__all__ = ["Cancelled", "HdrImage", "LumivantorError", "SLIDERS", "exposures_from_settings",
+__all__ = ["Cancelled", "FUSION_SLIDERS", "HdrImage", "fuse", "LumivantorError", "SLIDERS", "exposures_from_settings",
            "guess_exposures", "info", "library_path", "merge", "metadata", "read_hdr",
            "read_psd", "read_tiff", "refinish", "tonemap", "write_hdr", "write_tiff"]

@@ -41,16 +41,21 @@ def parameter_block(method, **sliders):
     against its range; raises ValueError for an unknown slider or a value out of range."""
     if method not in SLIDERS:
         raise ValueError(f"tonemap: unknown method {method!r}; use one of {sorted(SLIDERS)}")
-    table = SLIDERS[method]
+    return slider_block("tonemap", _METHOD_CODE[method], SLIDERS[method], sliders)
+
+
+def slider_block(operation, code, table, sliders):
+    """A parameter block of method code with every slider of table written: the given
+    value (range-checked) or the slider's default."""
     p = np.zeros(TMPARAM_COUNT, np.float32)
-    c.tmparam_default(_METHOD_CODE[method], 0, c.ptr(p, c.c_float))
+    c.tmparam_default(code, 0, c.ptr(p, c.c_float))
     for name in sliders:
         if name not in table:
-            raise ValueError(f"tonemap: {method} has no slider {name!r}; it has {sorted(table)}")
+            raise ValueError(f"{operation}: no slider {name!r}; the sliders are {sorted(table)}")
     for name, (index, lo, hi, default) in table.items():
         value = float(sliders.get(name, default))
         if not lo <= value <= hi:
-            raise ValueError(f"tonemap: {name} = {value} is outside {lo}..{hi}")
+            raise ValueError(f"{operation}: {name} = {value} is outside {lo}..{hi}")
         p[index] = value
     return p
 

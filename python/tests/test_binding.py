@@ -99,6 +99,17 @@ def test_tonemap_matches_lvhdr(demo, tmp_path, method, bits, sliders, flags):
     assert np.array_equal(picture, read_png(out))
 
 
+@pytest.mark.parametrize("method,bits,sliders,flags", [
+    ("plain", 8, {}, []),
+    ("two-stage", 16, {"prefer": 3, "detail": 5}, ["--prefer", 3, "--detail", 5]),
+])
+def test_fuse_matches_lvhdr(demo, tmp_path, method, bits, sliders, flags):
+    _, frames = demo
+    run_lvhdr("fuse", *frames, "--method", method, "--bits", bits, *flags, "-o", tmp_path / "f.png")
+    picture = lv.fuse(frames, method=method, bits=bits, **sliders)
+    assert np.array_equal(picture, read_png(tmp_path / "f.png"))
+
+
 def test_optimizer_refinish_equals_a_fresh_render_with_the_new_colour(demo):
     hdr = lv.read_hdr(demo[0] / "merged.hdr")
     _, render = lv.tonemap(hdr, method="optimizer", keep=True)
@@ -120,6 +131,7 @@ def test_bad_arrays_and_sliders_raise_before_the_library():
         (lambda: lv.tonemap(hdr, method="nope"), ValueError, "unknown method"),
         (lambda: lv.tonemap(hdr, brightness=11), ValueError, "outside -10..10"),
         (lambda: lv.tonemap(hdr, detail=1), ValueError, "no slider 'detail'"),
+        (lambda: lv.fuse([frame] * 2, cutoff=-1), ValueError, "outside 0..10"),
         (lambda: lv.tonemap(hdr, bits=12), ValueError, "8 or 16"),
         (lambda: lv.merge([frame, frame.astype(np.uint16)]), ValueError, "differs"),
         (lambda: lv.merge([frame, frame[:4]]), ValueError, "differs"),
@@ -159,6 +171,8 @@ def test_cancel_from_progress_raises_and_leaks_nothing(demo):
             lv.tonemap(hdr, method="optimizer", progress=lambda v: True)
         with pytest.raises(lv.Cancelled):
             lv.merge(frames, progress=lambda v: v >= 0)
+        with pytest.raises(lv.Cancelled):
+            lv.fuse(frames, method="two-stage", progress=lambda v: True)
     assert rss_kb() - before < 8 * 1024
 
 
