@@ -10,14 +10,17 @@ read_hdr return read-only HdrImage arrays that keep their RGBE rows); photograph
 pictures are (H, W, 3) uint8 or uint16 arrays in RGB order. Failures raise
 LumivantorError (with .code and .operation); bad arrays raise TypeError or ValueError
 before they reach the library. Calls on different images may run on several threads;
-the float TIFF reader, whose state is kept per process, takes a lock.
+the float TIFF reader and the ghost selection reader, whose state is kept per
+process, take a lock each.
 """
 from ._core import Cancelled, LumivantorError, library_path
 from .files import HdrImage, info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
 from .fusing import FUSION_SLIDERS, fuse
 from .merging import exposures_from_settings, guess_exposures, merge
+from .selections import read_selections, write_selections
 from .tonemapping import SLIDERS, refinish, tonemap
 
-__all__ = ["Cancelled", "FUSION_SLIDERS", "HdrImage", "fuse", "LumivantorError", "SLIDERS", "exposures_from_settings",
-           "guess_exposures", "info", "library_path", "merge", "metadata", "read_hdr",
-           "read_psd", "read_tiff", "refinish", "tonemap", "write_hdr", "write_tiff"]
+__all__ = ["Cancelled", "FUSION_SLIDERS", "HdrImage", "LumivantorError", "SLIDERS",
+           "exposures_from_settings", "fuse", "guess_exposures", "info", "library_path",
+           "merge", "metadata", "read_hdr", "read_psd", "read_selections", "read_tiff",
+           "refinish", "tonemap", "write_hdr", "write_selections", "write_tiff"]

@@ -15,12 +15,11 @@ def _decode(path):
     except ImportError as exc:
         raise c.LumivantorError(f"merge({os.fspath(path)!r})", -1,
                                 "decoding photographs needs the python3-opencv package") from exc
-    img = cv2.imread(os.fspath(path), cv2.IMREAD_UNCHANGED | cv2.IMREAD_ANYDEPTH)
+    # Colour at the file's depth, turned upright as its EXIF orientation says.
+    img = cv2.imread(os.fspath(path), cv2.IMREAD_COLOR | cv2.IMREAD_ANYDEPTH)
     if img is None:
         raise c.LumivantorError(f"merge({os.fspath(path)!r})", -1, "cannot decode the file")
-    if img.ndim == 2:
-        img = np.repeat(img[:, :, None], 3, axis=2)
-    return np.ascontiguousarray(img[:, :, 2::-1])  # BGR(A) to RGB
+    return np.ascontiguousarray(img[:, :, ::-1])  # BGR to RGB
 
 
 def bracket(images):
@@ -112,8 +111,8 @@ def merge_rgbe(images, exposures=None, times=None, ev_step=None, progress=None):
 def merge(images, exposures=None, times=None, ev_step=None, progress=None):
     """Merges a bracket into an (H, W, 3) float32 HDR image.
 
-    images: a list of (H, W, 3) uint8 or uint16 arrays (or photograph paths), or one
-    (N, H, W, 3) array. The exposures come from at most one of: exposures (linear factors),
+    images: a list of (H, W, 3) uint8 or uint16 arrays (or photograph paths, whose EXIF
+    exposures are not read: pass times=), or one (N, H, W, 3) array. The exposures come from at most one of: exposures (linear factors),
     times (seconds, same aperture and ISO), ev_step (an even bracket of that many stops,
     brightest last order found from the images); with none they are worked out from the
     images' brightness. progress: called with 0..1, return True to cancel (raises

@@ -55,6 +55,11 @@ def test_files_round_trip_exactly_with_metadata(tmp_path):
     assert lv.info(tmp_path / "a.hdr")["format"] == "hdr"
     assert lv.info(tmp_path / "a.tif")[("format")] == "tiff"
     assert (lv.info(tmp_path / "a.tif")["width"], lv.info(tmp_path / "a.tif")["height"]) == (53, 37)
+    sel = [(2, np.array([[1, 2], [30, 2], [30, 20]])), (0, np.array([[5, 5], [9, 9], [5, 9], [4, 7]]))]
+    lv.write_selections(tmp_path / "s.mask", 53, 37, sel)
+    w, h, back_sel = lv.read_selections(tmp_path / "s.mask")
+    assert (w, h, [e for e, _ in back_sel]) == (53, 37, [2, 0])
+    assert all(np.array_equal(a[1], b[1]) for a, b in zip(sel, back_sel))
     (tmp_path / "bad.hdr").write_bytes(b"#?RADIANCE\n\n-Y 4 +X 4\n\x02")
     for call in (lambda: lv.read_hdr(tmp_path / "missing.hdr"),
                  lambda: lv.read_hdr(tmp_path / "bad.hdr"),
