@@ -90,6 +90,17 @@ def main():
     rows.append(("merge %d frames" % len(frames), "lumivantor lv_hdr_merge", *t, "EXIF exposures"))
     t = best([PY, peers, "merge", ",".join("%g" % x for x in times)] + frames, kv)
     rows.append(("merge %d frames" % len(frames), "OpenCV MergeDebevec", *t, "linear response"))
+    # Ghost detection beside our merge of the same bracket (both on one thread); the peak is
+    # that of the whole lvhdr merge --deghost process.
+    merge_s = rows[0][2]
+    def ghost_timing(out, _wall):
+        m = re.search(r"found in ([\d.]+) s", out)
+        if not m:
+            sys.exit("bench/compare: no ghost detection timing in:\n%s" % out)
+        return float(m.group(1)), mp
+    t = best([lvhdr, "merge", "--deghost", "-o", ours_hdr] + frames, ghost_timing)
+    rows.append(("ghost detect", "lumivantor lv_ghost_detect", *t,
+                 "%.2f x our merge's time; peak of the whole merge --deghost" % (t[0] / merge_s)))
 
     t = best([hdr_io, "write", ours_hdr, os.path.join(work, "ours-again.hdr")], kv)
     rows.append((".hdr write", "lumivantor lv_io_rgbe_write", *t, "run-length coded"))
