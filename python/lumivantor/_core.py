@@ -114,6 +114,8 @@ mediane_images = _proto("mediane_images", c_int, c_int, c_int, c_int, c_int, c_i
 guess_ev = _proto("guess_ev", c_int, c_int, c_int, i32p, f32p, c_float)
 lv_hdr_merge = _proto("lv_hdr_merge", c_int, ProgressCallback, c_int, c_int, c_int, c_int,
                       c_int, c_int, c_int, c_float, f32p, f32p, c_void_p, f32p, u8p)
+lv_ghost_detect = _proto("lv_ghost_detect", c_int, f32p, c_int, c_int, c_int, c_int, c_int, c_int,
+                          f32p, c_void_p, u8p, c_float)
 init_dim_param = _proto("init_dim_param", None, P(DimParam))
 init_optim_param = _proto("init_optim_param", None, P(OptimParam))
 exp_lut = _proto("exp_lut", c_int, f32p, c_int)

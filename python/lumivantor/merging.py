@@ -73,29 +73,33 @@ def exposures_from_settings(times, f_numbers=None, isos=None):
     return records[:, 0].copy()
 
 
-def merge_rgbe(images, exposures=None, times=None, ev_step=None, progress=None):
-    """merge() without the expansion: returns (rgbe, width, height, exposures, stats),
-    rgbe being the planar RGBE rows and stats the minimum, maximum and mean luminance."""
-    given = [x is not None for x in (exposures, times, ev_step)]
-    if sum(given) > 1:
-        raise ValueError("merge: exposures, times and ev_step exclude each other")
-    stack = bracket(images)
-    n, h, w, _ = stack.shape
-    bits = 8 * stack.itemsize
-    step = -1.0
+def _exposure_choice(operation, n, exposures, times, ev_step):
+    """The step argument and exposure array of a merge or ghost detection: a step above
+    -0.5 asks the library to derive the factors (an even bracket when positive)."""
+    if sum(x is not None for x in (exposures, times, ev_step)) > 1:
+        raise ValueError(f"{operation}: exposures, times and ev_step exclude each other")
     factors = np.ones(n, np.float32)
     if ev_step is not None:
         if not 0.1 <= ev_step <= 8:
-            raise ValueError(f"merge: ev_step {ev_step} is outside 0.1..8 stops")
-        step = float(ev_step)
-    elif exposures is not None or times is not None:
+            raise ValueError(f"{operation}: ev_step {ev_step} is outside 0.1..8 stops")
+        return float(ev_step), factors
+    if exposures is not None or times is not None:
         # Same aperture and ISO: an exposure time is the image's exposure factor.
         values = np.asarray(exposures if exposures is not None else times, np.float32)
         if values.shape != (n,) or not np.all(values > 0):
-            raise ValueError(f"merge: need {n} positive exposures, got {values.tolist()}")
+            raise ValueError(f"{operation}: need {n} positive exposures, got {values.tolist()}")
         factors[:] = values
-    elif n >= 2:
-        step = 0.0  # from the images' brightness
+        return -1.0, factors
+    return (0.0 if n >= 2 else -1.0), factors  # from the images' brightness
+
+
+def merge_rgbe(images, exposures=None, times=None, ev_step=None, progress=None):
+    """merge() without the expansion: returns (rgbe, width, height, exposures, stats),
+    rgbe being the planar RGBE rows and stats the minimum, maximum and mean luminance."""
+    stack = bracket(images)
+    n, h, w, _ = stack.shape
+    bits = 8 * stack.itemsize
+    step, factors = _exposure_choice("merge", n, exposures, times, ev_step)
     curve = np.zeros(1 << bits, np.float32)
     stats = np.zeros(3, np.float32)
     out = np.zeros(4 * w * h, np.uint8)
@@ -119,3 +123,21 @@ def merge(images, exposures=None, times=None, ev_step=None, progress=None):
     Cancelled). Safe to call from several threads on different brackets."""
     rgbe, w, h, _, _ = merge_rgbe(images, exposures, times, ev_step, progress)
     return files.float_from_rgbe(rgbe, w, h)
+
+
+def ghost_mask(images, exposures=None, times=None, ev_step=None, sensitivity=60):
+    """Finds moving content in a bracket: a bool (H, W) array, True where something moved.
+
+    images and the exposure arguments as for merge(); sensitivity is truncated to an
+    integer, and larger values find fewer ghosts. Calls on different brackets may run on
+    several threads."""
+    stack = bracket(images)
+    n, h, w, _ = stack.shape
+    step, factors = _exposure_choice("ghost_mask", n, exposures, times, ev_step)
+    bits = np.zeros((w * h + 7) // 8, np.uint8)
+    level = c.c_float(sensitivity)
+    c.check("ghost_mask", c.lv_ghost_detect(
+        ctypes.byref(level), n, w, h, 3, 8 * stack.itemsize, 0, c.ptr(factors, c.c_float),
+        stack.ctypes.data_as(c.c_void_p), c.ptr(bits), step))
+    # One bit a pixel, row-major, most significant bit first.
+    return np.unpackbits(bits)[: w * h].reshape(h, w).astype(bool)

@@ -115,6 +115,20 @@ def test_fuse_matches_lvhdr(demo, tmp_path, method, bits, sliders, flags):
     assert np.array_equal(picture, read_png(tmp_path / "f.png"))
 
 
+def test_ghost_mask_marks_a_moving_block_where_it_moved():
+    x = np.linspace(0.05, 0.95, 160, dtype=np.float32)
+    base = x[None, :, None] * np.ones((120, 1, 1), np.float32) * np.float32([1, 0.8, 0.6])
+    frames = [np.clip(base * 2.0 ** k * 120, 0, 255).astype(np.uint8) for k in range(-2, 3)]
+    still = lv.ghost_mask(frames)
+    for k, f in enumerate(frames):  # a grey block walks along rows 50..80
+        f[50:80, 20 + 30 * k:50 + 30 * k] = 128
+    moved = lv.ghost_mask(frames)
+    assert moved.shape == (120, 160) and moved.dtype == bool
+    assert moved[55:75, 85:105].all()
+    rows = np.nonzero((moved & ~still).any(axis=1))[0]
+    assert 40 <= rows.min() and rows.max() < 90  # nothing new outside the block's rows
+
+
 def test_optimizer_refinish_equals_a_fresh_render_with_the_new_colour(demo):
     hdr = lv.read_hdr(demo[0] / "merged.hdr")
     _, render = lv.tonemap(hdr, method="optimizer", keep=True)
