@@ -125,6 +125,10 @@ tm_simple = _proto("tm_simple", c_int, DimParam, f32p, u8p, f32p, f32p, P(c_int)
 mem4contrast_optimizer = _proto("mem4contrast_optimizer", c_int, c_int, DimParam, P(c_int64))
 lv_tm_optimizer = _proto("lv_tm_optimizer", c_int, DimParam, OptimParam, ProgressCallback, f32p,
                          u8p, c_int, f32p, u8p, c_int64, u8p)
+mem4enhancer = _proto("mem4enhancer", c_int, c_int, f32p, P(ctypes.c_size_t), P(ctypes.c_size_t),
+                      DimParam)
+lv_tm_enhancer = _proto("lv_tm_enhancer", c_int, c_int, f32p, u8p, f32p, f32p, f32p, DimParam,
+                        OptimParam, ProgressCallback, u8p, u8p)
 pyram_len2 = _proto("pyram_len2", c_int64, c_int, c_int)
 
 _MESSAGES = {

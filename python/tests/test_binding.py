@@ -90,6 +90,8 @@ def test_merge_of_street_bracket_matches_lvhdr_byte_for_byte(tmp_path):
 
 
 @pytest.mark.parametrize("method,bits,sliders,flags", [
+    ("enhancer", 8, {}, []),
+    ("enhancer", 16, {"strength": 60, "gamma": 2}, ["--strength", 60, "--gamma", 2]),
     ("simple", 8, {}, []),
     ("simple", 16, {"brightness": 2, "saturation": -3}, ["--brightness", 2, "--saturation", -3]),
     ("optimizer", 8, {}, []),
@@ -129,12 +131,13 @@ def test_ghost_mask_marks_a_moving_block_where_it_moved():
     assert 40 <= rows.min() and rows.max() < 90  # nothing new outside the block's rows
 
 
-def test_optimizer_refinish_equals_a_fresh_render_with_the_new_colour(demo):
+@pytest.mark.parametrize("method", ["enhancer", "optimizer"])
+def test_refinish_equals_a_fresh_render_with_the_new_colour(demo, method):
     hdr = lv.read_hdr(demo[0] / "merged.hdr")
-    _, render = lv.tonemap(hdr, method="optimizer", keep=True)
-    again = lv.refinish(render, saturation=4, gamma=-2)
+    _, render = lv.tonemap(hdr, method=method, keep=True)
+    again = lv.refinish(render, temperature=4, gamma=-2)
     # A plain writable copy is encoded to RGBE again, to the bytes the file held.
-    fresh = lv.tonemap(hdr.copy(), method="optimizer", saturation=4, gamma=-2)
+    fresh = lv.tonemap(hdr.copy(), method=method, temperature=4, gamma=-2)
     assert np.array_equal(again, fresh)
     with pytest.raises(ValueError, match="read-only"):
         hdr[0, 0, 0] = 1  # the kept RGBE rows can't go stale
@@ -148,8 +151,9 @@ def test_bad_arrays_and_sliders_raise_before_the_library():
         (lambda: lv.tonemap(hdr[:, :, :2].copy()), ValueError, "shape"),
         (lambda: lv.tonemap(hdr[:, ::2]), ValueError, "C-contiguous"),
         (lambda: lv.tonemap(hdr, method="nope"), ValueError, "unknown method"),
-        (lambda: lv.tonemap(hdr, brightness=11), ValueError, "outside -10..10"),
-        (lambda: lv.tonemap(hdr, detail=1), ValueError, "no slider 'detail'"),
+        (lambda: lv.tonemap(hdr, method="simple", brightness=11), ValueError, "outside -10..10"),
+        (lambda: lv.tonemap(hdr, method="simple", detail=1), ValueError, "no slider 'detail'"),
+        (lambda: lv.tonemap(hdr, method="enhancer", strength=101), ValueError, "outside 0..100"),
         (lambda: lv.fuse([frame] * 2, cutoff=-1), ValueError, "outside 0..10"),
         (lambda: lv.tonemap(hdr, bits=12), ValueError, "8 or 16"),
         (lambda: lv.merge([frame, frame.astype(np.uint16)]), ValueError, "differs"),
@@ -200,7 +204,7 @@ def test_two_threads_give_the_serial_results(demo, tmp_path):
     frames = [read_png(f) for f in demo[1]]
     lv.write_tiff(tmp_path / "a.tif", hdr)
     jobs = [lambda: lv.tonemap(hdr, method="optimizer"), lambda: lv.merge(frames),
-            lambda: lv.tonemap(hdr[::-1].copy()), lambda: lv.read_tiff(tmp_path / "a.tif")]
+            lambda: lv.tonemap(hdr[::-1].copy(), method="simple"), lambda: lv.read_tiff(tmp_path / "a.tif")]
     serial = [job() for job in jobs]
     results = {}
 
