@@ -32,6 +32,7 @@ def _candidates():
 
 
 def _load():
+    """Loads the first library that opens; ImportError naming each failure otherwise."""
     errors = []
     for path in _candidates():
         if os.sep in path and not os.path.exists(path):
@@ -89,6 +90,7 @@ i32p = P(c_int32)
 
 
 def _proto(name, restype, *argtypes):
+    """The library's function name with its C result and argument types set."""
     fn = getattr(lib, name)
     fn.restype = restype
     fn.argtypes = list(argtypes)

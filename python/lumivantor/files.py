@@ -65,6 +65,7 @@ def float_from_rgbe(rgbe, width, height):
 
 
 def _rgbe_buffer(width, height):
+    """A cleared planar RGBE buffer for width x height, refusing empty sizes."""
     if width < 1 or height < 1:
         raise c.LumivantorError("read", -3, f"bad image size {width}x{height}")
     return np.zeros(4 * width * height, np.uint8)
@@ -102,6 +103,7 @@ def metadata(path):
 
 
 def _meta_dict(meta):
+    """metadata()'s dict from a MetadataBuf."""
     def ratio(n, d):
         return n / d if n > 0 and d > 0 else None
 

@@ -76,7 +76,8 @@ def slider_block(operation, code, table, sliders):
 
 
 def _hdr_rgbe(hdr):
-    """Planar RGBE of an HDR argument: a float32 (H, W, 3) image."""
+    """Planar RGBE of an HDR argument (a float32 (H, W, 3) image): the rows it keeps, or
+    an encoding of its floats."""
     c.check_image("tonemap", hdr, (np.float32,))
     rgbe = files.kept_rgbe(hdr)
     if rgbe is None:
@@ -85,6 +86,7 @@ def _hdr_rgbe(hdr):
 
 
 def _dim(w, h, bits):
+    """The DimParam of a w x h RGB picture of bits (8 or 16) a sample, rows packed."""
     if bits not in (8, 16):
         raise ValueError(f"tonemap: bits must be 8 or 16, not {bits}")
     dim = c.DimParam()
@@ -133,6 +135,7 @@ class OptimizerRender:
         self.map = np.zeros(c.pyram_len2(w, h), np.float32)
 
     def run(self, reuse_map, progress, keep=True):
+        """Tone-maps (or, with reuse_map, only re-finishes) and returns the picture."""
         prog = c.Progress("tonemap", progress)
         c.check("tonemap", c.lv_tm_optimizer(
             self.dim, self.opt, prog.c_callback, c.ptr(self.p, c.c_float), None,
@@ -162,6 +165,8 @@ class EnhancerRender:
         self.memory = np.empty(total.value, np.uint8)
 
     def run(self, reuse_map, progress, keep=True):
+        """Tone-maps, keeping the plane when keep, or re-finishes from it with reuse_map;
+        returns the picture."""
         prog = c.Progress("tonemap", progress)
         if keep or reuse_map:  # keep the solved plane, or re-finish from it
             self.p[19] = 1.0 if reuse_map else 2.0
