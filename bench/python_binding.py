@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""Overhead of the Python binding: a 12 MP merge and the two tone maps through
+"""Overhead of the Python binding: a 12 MP merge and the three tone maps through
 `lumivantor` against the same calls from C (bench_python_peer), in the same run.
 
 usage: bench/python_binding.py BUILD_DIR [repeats]
-Prints each step's best time for C and Python and the binding's overhead in percent.
+Prints each step's best wall and CPU time for C and Python and the binding's overhead.
 The frames are the street bracket scaled to 4000x3000 (or a synthetic ramp without the
 data). The machine is shared, so expect a few percent of noise either way.
 """
 import os
+import resource
 import subprocess
 import sys
 import tempfile
@@ -33,31 +34,48 @@ except (ImportError, OSError):
     frames = [np.clip(ramp * 255 * 2.0 ** k, 0, 255).astype(np.uint8) for k in range(-2, 3)]
 stack = np.ascontiguousarray(np.stack(frames))
 
+steps = {"merge": lambda: lv.merge(stack),
+         "simple": lambda: lv.tonemap(hdr, method="simple"),
+         "optimizer": lambda: lv.tonemap(hdr, method="optimizer"),
+         "enhancer": lambda: lv.tonemap(hdr, method="enhancer")}
+hdr = lv.merge(stack)
+c_times, py_times = {}, {}  # step: (best wall seconds, best CPU seconds)
+
+
+def cpu_seconds():
+    """CPU seconds of this process, all threads."""
+    u = resource.getrusage(resource.RUSAGE_SELF)
+    return u.ru_utime + u.ru_stime
+
+# C and Python take turns, round after round, so both see the same load on the shared
+# machine; each step's best time counts.
 with tempfile.TemporaryDirectory() as tmp:
     raw = os.path.join(tmp, "bracket.raw")
     with open(raw, "wb") as f:
         np.array(stack.shape[:3], np.int32).tofile(f)
         stack.tofile(f)
-    out = subprocess.run([os.path.join(build, "bench", "bench_python_peer"), raw, str(repeats)],
-                         check=True, capture_output=True, text=True).stdout
-c_times = {k: float(v) for k, v in (line.split() for line in out.splitlines())}
-
-
-def best(fn):
-    t = []
     for _ in range(repeats):
-        t0 = time.perf_counter()
-        fn()
-        t.append(time.perf_counter() - t0)
-    return min(t)
+        out = subprocess.run([os.path.join(build, "bench", "bench_python_peer"), raw, "1"],
+                             check=True, capture_output=True, text=True).stdout
+        for line in out.splitlines():
+            step, wall, cpu = line.split()
+            old = c_times.get(step, (1e30, 1e30))
+            c_times[step] = (min(float(wall), old[0]), min(float(cpu), old[1]))
+        for step, fn in steps.items():
+            t0, c0 = time.perf_counter(), cpu_seconds()
+            fn()
+            t, ct = time.perf_counter() - t0, cpu_seconds() - c0
+            old = py_times.get(step, (1e30, 1e30))
+            py_times[step] = (min(t, old[0]), min(ct, old[1]))
 
-
-hdr = lv.merge(stack)
-py_times = {"merge": best(lambda: lv.merge(stack)),
-            "simple": best(lambda: lv.tonemap(hdr, method="simple")),
-            "optimizer": best(lambda: lv.tonemap(hdr, method="optimizer"))}
-print(f"{stack.shape[0]} frames of {W}x{H} ({W * H / 1e6:.0f} MP), best of {repeats}")
-print(f"{'step':10} {'C s':>8} {'Python s':>9} {'overhead':>9} {'MP/s (Py)':>10}")
-for step, ct in c_times.items():
-    pt = py_times[step]
-    print(f"{step:10} {ct:8.3f} {pt:9.3f} {100 * (pt / ct - 1):8.1f}% {W * H / 1e6 / pt:10.1f}")
+print(f"{stack.shape[0]} frames of {W}x{H} ({W * H / 1e6:.0f} MP), best of {repeats} rounds")
+print(f"{'step':10} {'C s':>7} {'Py s':>7} {'wall +':>7} {'C cpu':>7} {'Py cpu':>7} {'cpu +':>7}"
+      f" {'MP/s Py':>8}")
+for step, (cw, cc) in c_times.items():
+    pw, pc = py_times[step]
+    print(f"{step:10} {cw:7.3f} {pw:7.3f} {100 * (pw / cw - 1):6.1f}% {cc:7.3f} {pc:7.3f}"
+          f" {100 * (pc / cc - 1):6.1f}% {W * H / 1e6 / pw:8.1f}")
+peak = {who: resource.getrusage(who).ru_maxrss / 1024 for who in (resource.RUSAGE_CHILDREN,
+                                                                   resource.RUSAGE_SELF)}
+print(f"peak memory: C {peak[resource.RUSAGE_CHILDREN]:.0f} MB, "
+      f"Python (with its copy of the bracket) {peak[resource.RUSAGE_SELF]:.0f} MB")
