@@ -15,12 +15,13 @@ process, take a lock each.
 """
 from ._core import Cancelled, LumivantorError, library_path
 from .files import HdrImage, info, metadata, read_hdr, read_psd, read_tiff, write_hdr, write_tiff
+from .finishing import FINISH_SLIDERS, finish
 from .fusing import FUSION_SLIDERS, fuse
 from .merging import exposures_from_settings, ghost_mask, guess_exposures, merge
 from .selections import read_selections, write_selections
 from .tonemapping import SLIDERS, refinish, tonemap
 
-__all__ = ["Cancelled", "FUSION_SLIDERS", "HdrImage", "LumivantorError", "SLIDERS",
-           "exposures_from_settings", "fuse", "ghost_mask", "guess_exposures", "info", "library_path",
+__all__ = ["Cancelled", "FINISH_SLIDERS", "FUSION_SLIDERS", "HdrImage", "LumivantorError", "SLIDERS",
+           "exposures_from_settings", "finish", "fuse", "ghost_mask", "guess_exposures", "info", "library_path",
            "merge", "metadata", "read_hdr", "read_psd", "read_selections", "read_tiff",
            "refinish", "tonemap", "write_hdr", "write_selections", "write_tiff"]

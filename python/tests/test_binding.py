@@ -131,6 +131,19 @@ def test_ghost_mask_marks_a_moving_block_where_it_moved():
     assert 40 <= rows.min() and rows.max() < 90  # nothing new outside the block's rows
 
 
+@pytest.mark.parametrize("sliders,flags", [
+    ({"exposure": 1, "raw_gamma": 1.5}, ["--exposure", 1, "--raw-gamma", 1.5]),
+    ({"black": 2, "white": 97, "gamma": 1.3, "saturation": 140, "sharpen": 1},
+     ["--levels", "2,97", "--gamma", 1.3, "--saturation", 140, "--sharpen", 1]),
+])
+def test_finish_matches_lvhdr(demo, tmp_path, sliders, flags):
+    picture = demo[0] / "demo.png"
+    run_lvhdr("finish", picture, *flags, "-o", tmp_path / "f.png")
+    original = read_png(picture)
+    assert np.array_equal(lv.finish(original, **sliders), read_png(tmp_path / "f.png"))
+    assert np.array_equal(original, read_png(picture))  # the input is left alone
+
+
 @pytest.mark.parametrize("method", ["enhancer", "optimizer"])
 def test_refinish_equals_a_fresh_render_with_the_new_colour(demo, method):
     hdr = lv.read_hdr(demo[0] / "merged.hdr")
