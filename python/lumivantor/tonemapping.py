@@ -209,9 +209,6 @@ def tonemap(hdr, method="enhancer", bits=8, progress=None, threads=None, keep=Fa
         if progress and progress(1.0):
             raise c.Cancelled("tonemap")
         return picture
-    if keep and method == "enhancer" and bits == 16:
-        # With its plane kept, the enhancer's 16-bit picture loses its last rows to it.
-        raise ValueError("tonemap: keep=True with the enhancer needs bits=8")
     rgbe, w, h = _hdr_rgbe(hdr)
     kind = OptimizerRender if method == "optimizer" else EnhancerRender
     render = kind(rgbe, w, h, bits, p, threads)

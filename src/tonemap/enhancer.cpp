@@ -5,9 +5,11 @@
 //
 // Work buffer of a plain run: the input image at its start, the plane pyramid at
 // planeOffset (first result of mem4enhancer). The output ends at the start, and the plane
-// the last stage started from stays at planeOffset, so the host can re-finish with new
+// the last stage started from stays at planeOffset (or just past the output, when that is
+// larger), so the host can re-finish with new
 // settings (p[19] = 1.0) as often as it likes. A low-memory run keeps the pyramid at the
 // start and streams the image, the plane and the solver's arrays through temp files.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -302,17 +304,23 @@ int last_stage_low(Job &j) {
 }
 
 // Plain last stage: the output is drawn at planeOffset from a copy of the plane, then
-// moved to the start; the plane goes back to planeOffset for the next re-finish.
+// moved to the start; the plane goes back for the next re-finish. It goes back to
+// planeOffset unless the output reaches past it (16-bit RGB output is 6 bytes a pixel,
+// more than the 16/3 of a one-plane pyramid): then it lies right after the output, still
+// inside mem4enhancer's total, so that the picture at the start stays whole.
 int last_stage(Job &j, CBuf<unsigned char> earlier) {
     const DimParam &dim = j.dim;
     const size_t wh = static_cast<size_t>(dim.width) * dim.height;
     if (j.plane_offset + j.output_bytes > j.assumed) return LV_ERR_WORK_TOO_SMALL;
+    const size_t kept_offset = (std::max(j.plane_offset, j.output_bytes) + 3) & ~size_t(3);
+    const bool refinish = j.p[19] == 1.0f;
+    if (kept_offset + wh * sizeof(float) > j.assumed) return LV_ERR_WORK_TOO_SMALL;
     int r = bring_image(j, j.work);
     if (r < 0) return r;
     unsigned char *at = j.work + j.plane_offset;
     CBuf<float> plane = calloc_array<float>(wh);
     if (!plane) return -304;
-    std::memcpy(plane.get(), at, wh * sizeof(float));
+    std::memcpy(plane.get(), refinish ? j.work + kept_offset : at, wh * sizeof(float));
     const bool keep = j.p[19] == 2.0f;
     CBuf<float> kept;
     if (keep) {
@@ -330,9 +338,9 @@ int last_stage(Job &j, CBuf<unsigned char> earlier) {
     if (r < 0) return r;
     std::memmove(j.work, at, j.output_bytes);
     if (keep)
-        std::memcpy(at, kept.get(), wh * sizeof(float));
-    else if (j.p[19] == 1.0f)
-        std::memcpy(at, plane.get(), wh * sizeof(float));
+        std::memcpy(j.work + kept_offset, kept.get(), wh * sizeof(float));
+    else if (refinish)
+        std::memcpy(j.work + kept_offset, plane.get(), wh * sizeof(float));
     return r;
 }
 
