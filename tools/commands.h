@@ -9,5 +9,6 @@ int cmd_tonemap(int argc, char **argv);
 int cmd_info(int argc, char **argv);
 int cmd_demo(int argc, char **argv);
 int cmd_convert(int argc, char **argv);
+int cmd_report(int argc, char **argv);
 
 } // namespace lvhdr

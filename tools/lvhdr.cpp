@@ -17,6 +17,7 @@ const char *main_help =
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
     "  convert   convert an HDR image between .hdr, float .tif and .exr\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
+    "  report    merge a bracket and show every tone mapper and fusion method on one page\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
 
@@ -29,7 +30,8 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
-                            {"convert", lvhdr::cmd_convert}};
+                            {"convert", lvhdr::cmd_convert},
+                            {"report", lvhdr::cmd_report}};
 
 } // namespace
 
