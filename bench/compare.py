@@ -133,6 +133,31 @@ def main():
     rows.append(("global tone map", "pfstmo_reinhard05", min(r[2] for r in results),
                  max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
 
+    # Exposure fusion of the whole bracket on 2 threads. Megapixels count every frame.
+    # enfuse reads uncompressed TIFF copies so that its time is mostly its blending.
+    bracket_mp = mp * len(frames)
+    tiffs = os.path.join(work, "tiffs")
+    os.makedirs(tiffs, exist_ok=True)
+    subprocess.run([PY, peers, "tiffs", tiffs] + frames, check=True)
+    tiff_frames = sorted(glob.glob(os.path.join(tiffs, "*.tif")))
+    fused = os.path.join(work, "fused.png")
+    for method, label in (("plain", "method 10"), ("two-stage", "method 15")):
+        t = best([lvhdr, "fuse", "--timings", "--threads", "2", "--method", method, "-o", fused]
+                 + frames, lvhdr_timing("fuse", bracket_mp))
+        rows.append(("fuse %d frames" % len(frames), "lumivantor lv_fusion " + label, *t,
+                     "peak counts the decoded bracket"))
+        if method == "plain":
+            enf = [run(["env", "OMP_NUM_THREADS=2", "enfuse", "-o",
+                        os.path.join(work, "enfuse.tif")] + tiff_frames,
+                       stdout=subprocess.DEVNULL) for _ in range(REPEAT)]
+            rows.append(("fuse %d frames" % len(frames), "enfuse", min(r[2] for r in enf),
+                         max(r[1] for r in enf), bracket_mp, "whole process, TIFF in and out"))
+            t = best([PY, peers, "fuse", os.path.join(work, "mertens.png")] + frames, kv)
+            rows.append(("fuse %d frames" % len(frames), "OpenCV MergeMertens", t[0], t[1],
+                         bracket_mp, "float pipeline"))
+    t = best([lvhdr, "fuse", "--timings", "--threads", "2", "--low-memory", "-o", fused]
+             + frames, lvhdr_timing("fuse", bracket_mp))
+    rows.append(("fuse low-memory", "lumivantor lv_fusion method 10", *t, "temp-file route"))
     # The contrast optimizer (local tone map) at its defaults on 1 and 2 threads, beside a
     # local operator of pfstools. Its own program prints the step times and the share of
     # coefficients that took the exact path per level.

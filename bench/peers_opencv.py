@@ -5,6 +5,8 @@
   peers_opencv.py read IN.hdr            imread of a Radiance file
   peers_opencv.py write IN.hdr OUT.hdr   imwrite of a Radiance file (after reading it)
   peers_opencv.py tonemap IN.hdr OUT.png TonemapReinhard to 8 bits
+  peers_opencv.py fuse OUT.png IMG...    MergeMertens exposure fusion to 8 bits, 2 threads
+  peers_opencv.py tiffs DIR IMG...       uncompressed TIFF copies of the frames (no timing)
   peers_opencv.py tiffwrite IN.hdr OUT.tif  imwrite of uncompressed float TIFF (after reading)
   peers_opencv.py tiffread IN.tif        imread of a float TIFF
 
@@ -59,6 +61,20 @@ def main():
         out = np.clip(ldr * 255.0, 0, 255).astype(np.uint8)
         report(time.perf_counter() - t0, img)
         cv2.imwrite(args[1], out)
+    elif op == "fuse":
+        cv2.setNumThreads(2)
+        frames = [cv2.imread(p, cv2.IMREAD_COLOR | cv2.IMREAD_IGNORE_ORIENTATION)
+                  for p in args[1:]]
+        t0 = time.perf_counter()
+        fused = cv2.createMergeMertens().process(frames)
+        out = np.clip(fused * 255.0, 0, 255).astype(np.uint8)
+        report(time.perf_counter() - t0, out)
+        cv2.imwrite(args[0], out)
+    elif op == "tiffs":
+        for p in args[1:]:
+            img = cv2.imread(p, cv2.IMREAD_COLOR | cv2.IMREAD_IGNORE_ORIENTATION)
+            name = p.rsplit("/", 1)[-1].rsplit(".", 1)[0] + ".tif"
+            cv2.imwrite(args[0] + "/" + name, img, [cv2.IMWRITE_TIFF_COMPRESSION, 1])
     elif op == "tiffwrite":
         img = read_hdr(args[0])
         t0, c0 = time.perf_counter(), time.process_time()

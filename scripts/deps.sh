@@ -11,7 +11,7 @@ build_pkgs+=(libopenexr-dev)
 test_pkgs=(libgtest-dev clang libclang-rt-dev python3 python3-numpy python3-opencv pfstools
            libimage-exiftool-perl libtiff-tools)
 test_pkgs+=(python3-tifffile python3-psd-tools python3-pil icc-profiles-free imagemagick openexr)
-bench_pkgs=(python3-opencv pfstools pfstmo time)
+bench_pkgs=(python3-opencv pfstools pfstmo time enfuse)
 
 want=("${build_pkgs[@]}")
 case "$mode" in

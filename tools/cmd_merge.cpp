@@ -1,4 +1,5 @@
 // lvhdr merge: a bracket of photographs to one Radiance HDR file.
+#include "bracket_decode.h"
 #include "capture_meta.h"
 #include "cli.h"
 #include "exif_walk.h"
@@ -110,28 +111,11 @@ int merge_main(int argc, char **argv) {
     Stopwatch clock;
     const int n = int(args.positional.size());
     Bracket bracket;
-    bracket.planned = n;
-    std::vector<MetadataBuf> meta(static_cast<size_t>(n));
+    std::vector<MetadataBuf> meta;
     bool all_have_exif = true;
-    {
-        ProgressBar bar("decoding");
-        for (int i = 0; i < n; ++i) {
-            const std::string &path = args.positional[size_t(i)];
-            Image frame;
-            if (!read_image(path, frame, err)) return fail(path, err);
-            if (uint64_t(frame.width) * uint64_t(frame.height) * uint64_t(n) > max_pixels())
-                return fail(path, "a bracket of " + std::to_string(n) + " images of " +
-                                      std::to_string(frame.width) + "x" +
-                                      std::to_string(frame.height) + " is more than the limit of " +
-                                      std::to_string(max_pixels()) +
-                                      " pixels (raise it with --max-pixels)");
-            // Phones store frames sideways and say so in EXIF; merge them upright.
-            turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
-            if (!bracket.add(frame, err)) return fail(path, err);
-            if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;
-            bar.update(float(i + 1) / n);
-        }
-    }
+    std::string failed;
+    if (!decode_bracket(args.positional, bracket, &meta, &all_have_exif, failed, err))
+        return fail(failed, err);
     const double t_decode = clock.lap();
 
     ExposureSource source = ExposureSource::given;

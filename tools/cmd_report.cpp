@@ -109,7 +109,7 @@ int report_main(int argc, char **argv) {
     }
     if (!add_bracket(dir, frames, exposures, labels, page, err) ||
         !add_hdr_views(dir, hdr, page, err) ||
-        !add_results(dir, hdr, frames, exposures, ToneSettings{}, page, err) ||
+        !add_results(dir, hdr, frames, ToneSettings{}, page, err) ||
         !write_report_page(dir, page, err))
         return fail(dir, err);
     std::printf("report page: %s/index.html\n", dir.c_str());

@@ -9,6 +9,10 @@ int cmd_tonemap(int argc, char **argv);
 int cmd_info(int argc, char **argv);
 int cmd_demo(int argc, char **argv);
 int cmd_convert(int argc, char **argv);
+int cmd_mirrorball(int argc, char **argv);
+int cmd_probe(int argc, char **argv);
+int cmd_view(int argc, char **argv);
+int cmd_fuse(int argc, char **argv);
 int cmd_report(int argc, char **argv);
 
 } // namespace lvhdr

@@ -15,8 +15,12 @@ const char *main_help =
     "  demo      make a synthetic bracket, merge it, tone-map it, and measure the merge\n"
     "  merge     merge a bracket of JPEG, PNG or TIFF photographs into a .hdr file\n"
     "  tonemap   tone-map a .hdr file into a PNG, JPEG or TIFF picture\n"
+    "  fuse      blend a bracket straight into a picture by exposure fusion\n"
     "  convert   convert an HDR image between .hdr, float .tif and .exr\n"
     "  info      print a file's size, format, exposure and (for .hdr) dynamic range\n"
+    "  mirrorball  unwrap a mirror-ball photograph into a latitude-longitude panorama\n"
+    "  probe     print one pixel's values, luminance and stops in an HDR image\n"
+    "  view      write the brightness-adapting viewer square around a pixel as a PNG\n"
     "  report    merge a bracket and show every tone mapper and fusion method on one page\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
@@ -30,7 +34,11 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"merge", lvhdr::cmd_merge},
                             {"tonemap", lvhdr::cmd_tonemap},
                             {"info", lvhdr::cmd_info},
+                            {"fuse", lvhdr::cmd_fuse},
                             {"convert", lvhdr::cmd_convert},
+                            {"mirrorball", lvhdr::cmd_mirrorball},
+                            {"probe", lvhdr::cmd_probe},
+                            {"view", lvhdr::cmd_view},
                             {"report", lvhdr::cmd_report}};
 
 } // namespace

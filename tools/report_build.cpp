@@ -1,6 +1,7 @@
 // The report page's pictures and numbers: thumbnails of the bracket, exposure views and
 // the histogram of the HDR, every operator's result, and the merge's error by luminance.
 #include "cli.h"
+#include "fuse_pipeline.h"
 #include "progress_bar.h"
 #include "report_page.h"
 #include "synth_bracket.h"
@@ -149,10 +150,7 @@ bool add_hdr_views(const std::string &dir, const HdrImage &hdr, ReportPage &page
 }
 
 bool add_results(const std::string &dir, HdrImage &hdr, const std::vector<Image> &frames,
-                 const std::vector<float> &exposures, const ToneSettings &look, ReportPage &page,
-                 std::string &error) {
-    (void)frames;
-    (void)exposures;
+                 const ToneSettings &look, ReportPage &page, std::string &error) {
     const int threads = std::max(1, int(std::thread::hardware_concurrency()));
     struct Operator {
         const char *file;
@@ -171,7 +169,29 @@ bool add_results(const std::string &dir, HdrImage &hdr, const std::vector<Image>
                   "compression %g, detail %g, level dependence %g, clip %g%% / %g%%",
                   double(opt.compression), double(opt.detail), double(opt.level_dependence),
                   double(opt.white_clip), double(opt.black_clip));
-    const std::vector<Operator> operators = {
+    // Fusion works on the frames themselves and uses its bracket as working space, so each
+    // method gets a fresh copy.
+    auto fuse = [&](bool two_stage) {
+        return [&, two_stage](Image &out, std::string &err) {
+            Bracket bracket;
+            bracket.planned = int(frames.size());
+            for (const Image &f : frames)
+                if (!bracket.add(f, err)) return false;
+            FuseSettings blend;
+            blend.two_stage = two_stage;
+            blend.threads = threads;
+            blend.callback = &ProgressBar::callback;
+            return fuse_bracket(bracket, blend, out, err) >= 0;
+        };
+    };
+    const FuseSettings fuse_defaults{};
+    char fuse_settings[120];
+    std::snprintf(fuse_settings, sizeof fuse_settings, "sharpness %g, prefer %g, cutoff %g",
+                  double(fuse_defaults.sharpness), double(fuse_defaults.prefer),
+                  double(fuse_defaults.cutoff));
+    const std::string two_stage_settings =
+        fuse_settings + (", local detail " + std::to_string(int(fuse_defaults.detail)));
+    std::vector<Operator> operators = {
         {"tm-simple", "Global operator", simple_settings,
          [&](Image &out, std::string &err) { return tonemap_simple(hdr, look, 8, out, err); }},
         {"tm-optimizer", "Contrast optimizer", opt_settings,
@@ -179,6 +199,11 @@ bool add_results(const std::string &dir, HdrImage &hdr, const std::vector<Image>
              return tonemap_optimizer(hdr, opt, 8, threads, out, err);
          }},
     };
+    if (!frames.empty()) {
+        operators.push_back({"fuse-plain", "Exposure fusion", fuse_settings, fuse(false)});
+        operators.push_back(
+            {"fuse-two-stage", "Exposure fusion, two-stage", two_stage_settings, fuse(true)});
+    }
     for (const Operator &op : operators) {
         Image picture;
         Stopwatch clock;

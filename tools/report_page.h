@@ -86,8 +86,7 @@ bool add_hdr_views(const std::string &dir, const HdrImage &hdr, ReportPage &page
 // Runs every tone mapper on the HDR and every fusion method on the bracket, timing each,
 // and adds their pictures, all at one size. `look` sets the global operator's sliders.
 bool add_results(const std::string &dir, HdrImage &hdr, const std::vector<Image> &frames,
-                 const std::vector<float> &exposures, const ToneSettings &look, ReportPage &page,
-                 std::string &error);
+                 const ToneSettings &look, ReportPage &page, std::string &error);
 
 // The merge's error against the true radiance by stop of true luminance, on the pixels
 // that some frame recorded, after dividing out the merge's radiance unit `scale`.

@@ -87,6 +87,45 @@ LV_API int load16to8(int band, int ncomp, int width, int rows, int srcPitch, con
 LV_API int loadrows(int band, int width, int rows, int srcPitch, int ncomp, int bits,
                     const void *src, void *dst);
 
+/* Mirror-ball warps: a W x H photograph of a reflecting sphere becomes a 2W x H
+ * latitude-longitude panorama. mode 0 nearest, 1 bilinear, 2 cubic; another mode leaves the
+ * output unwritten. */
+
+/* Warp of interleaved 8 or 16-bit pixels (first three samples; pitches count samples).
+ * Bilinear and cubic results are held to 0..255 at both depths. Returns H, 0 for another
+ * depth, H below 2 or W below 1. */
+LV_API int remap_ldr(int mode, int bits, int W, int H, int srcPitch, int dstPitch, int ncomp,
+                     const void *src, void *dst);
+/* Warp of planar RGBE rows W wide into rows 2W wide. Returns H, 0 for H below 2 or W below
+ * 1. */
+LV_API int remap_hdr(int mode, int W, int H, const uint8_t *src, uint8_t *dst);
+
+/* HDR viewer. Reading planar RGBE rows with a decoding table of 256 floats (entry e =
+ * 2^(e - 136), as exp_lut_old gives), e.g. a 100 x 100 square around the pointer:
+ *
+ *     uint8_t square[100 * 100 * 3];
+ *     hdr_display(w, h, 32, px, py, 100, 100, table, rgbe, square);
+ *     float lum = table[0], r = table[1], g = table[2], b = table[3];   // the probe
+ */
+
+/* Fills a viewWidth x viewHeight B, G, R square around (x, y), kept inside the image,
+ * brightened from its middle half; stores the probe pixel's luminance, R, G, B (255 for 1)
+ * in table[0..3]. Returns the first row of the middle half, -1 when bits isn't 32. */
+LV_API int hdr_display(int width, int height, int bits, int x, int y, int viewWidth,
+                       int viewHeight, float *table, const uint8_t *rgbe, uint8_t *view);
+/* Brightens the cropWidth x cropHeight rectangle at (left, top) of an image width wide into
+ * view (R, G, B, or B, G, R with swapRedBlue). Returns the view offset of the last pixel
+ * written, 0 when none. */
+LV_API int adjustBrightnessForCrop(int left, int top, int cropWidth, int cropHeight, int width,
+                                   int unused, int swapRedBlue, const float *table,
+                                   const uint8_t *rgbe, uint8_t *view);
+/* Values of pixel (x, y), 256 times the RGBE scale: luminance, and with logRange above 0
+ * the places of log2 L, R, G, B on the axis from logStart, logRange wide, within 0..1.
+ * Returns 0. */
+LV_API int GetHdrPixelsValuesFor(int x, int y, int width, int unused, float *luminance,
+                                 float *normL, float *normR, float *normG, float *normB,
+                                 const uint8_t *rgbe, float logStart, float logRange);
+
 LV_EXTERN_C_END
 
 #endif

@@ -5,6 +5,7 @@
 #include "frame.h"
 #include "ghost.h"
 #include "fileio.h"
+#include "fusion.h"
 #include "merge.h"
 #include "metadata.h"
 #include "pyramid.h"

@@ -73,6 +73,28 @@ LV_API int lv_uchar_diff(int fineW, int fineH, int coarseW, int coarseH, int nco
 LV_API int lv_downtower(int radius, int w, int h, int step, int bits, const unsigned char *src,
                         unsigned char *dst);
 
+/* Adjustment maps: width x height entries of two bytes, value then region label. Filters never
+ * mix values across labels: a tap of another label than the reference entry counts with the
+ * reference's value, and the output takes the reference's label. Resizing a painted map:
+ *
+ *     uint8_t *out = malloc((size_t)dw * dh * 2);
+ *     if (rescale_adjustment_map(w, h, dw, dh, 0, map, out) <= 0) ...   // not resized
+ */
+
+/* Resizes a map by steps of two and at most one step of any ratio. Returns dstH, 0 when
+ * nothing was done (one side grows and the other doesn't, or an exact power-of-two width
+ * ratio with another height ratio), -4 out of memory. */
+LV_API int rescale_adjustment_map(int srcW, int srcH, int dstW, int dstH, int wrap,
+                                  const uint8_t *src, uint8_t *dst);
+/* Halves a map (halving nonzero: 3 x 3 binomial at even places) or shrinks it by any ratio
+ * (bilinear, truncating each partial sum). Returns dstH, 0 for an empty map. */
+LV_API int downsample_map_one_level(int halving, int srcW, int srcH, int dstW, int dstH,
+                                    const uint8_t *src, uint8_t *dst);
+/* Doubles a map (doubling nonzero: spline subdivision, columns wrapping with wrap) or
+ * enlarges it by any ratio (bilinear). Returns dstH, 0 for an empty map. */
+LV_API int upsample_map_one_level(int doubling, int srcW, int srcH, int dstW, int dstH, int wrap,
+                                  const uint8_t *src, uint8_t *dst);
+
 LV_EXTERN_C_END
 
 #endif

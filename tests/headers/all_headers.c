@@ -12,3 +12,11 @@ int lv_header_check_c99(void) {
 
 int lv_header_check_pyramid(void);
 int lv_header_check_pyramid(void) { return (int)pyram_len2(1, 1); }
+
+int lv_header_check_fusion(void);
+int lv_header_check_fusion(void) {
+    DimParam d;
+    uint64_t bytes = 0;
+    init_dim_param(&d);
+    return mem4fusion(3, 2, 16, 16, &bytes, d);
+}

@@ -74,7 +74,8 @@ TEST(CommandLine, WrongUsageExitsTwoWithOneLine) {
 
 TEST(CommandLine, EveryCommandHasHelpOnStdout) {
     for (const char *cmd :
-         {"--help", "merge --help", "tonemap --help", "info --help", "demo --help"}) {
+         {"--help", "merge --help", "tonemap --help", "info --help", "demo --help",
+          "mirrorball --help", "probe --help", "view --help"}) {
         const RunResult r = run_lvhdr(cmd);
         EXPECT_EQ(r.exit_code, 0) << cmd;
         EXPECT_NE(r.out.find("usage: lvhdr"), std::string::npos) << cmd;
