@@ -66,6 +66,9 @@ int report_main(int argc, char **argv) {
             const std::string &path = args.positional[size_t(i)];
             Image frame;
             if (!read_image(path, frame, err)) return fail(path, err);
+            if (uint64_t(frame.width) * uint64_t(frame.height) * uint64_t(n) > max_pixels())
+                return fail(path, "the bracket is more than the limit of " +
+                                      std::to_string(max_pixels()) + " pixels");
             turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
             if (!bracket.add(frame, err)) return fail(path, err);
             if (!read_capture_metadata(path, meta[size_t(i)])) all_have_exif = false;

@@ -83,7 +83,7 @@ std::string plot_frame(double x0, double x1, double top, const char *x_title,
         s += format("<path d=\"M%.0f %.1fh-4\" stroke=\"#444\"/><text x=\"%.0f\" y=\"%.1f\" "
                     "text-anchor=\"end\">",
                     L, y, L - 6, y + 4) +
-             format(top >= 10 ? "%.0f" : "%.2g", top * k / 4) + "</text>\n";
+             format("%.3g", top * k / 4) + "</text>\n";
     }
     s += std::string("<text x=\"340\" y=\"252\" text-anchor=\"middle\">") + x_title + "</text>\n";
     s += "<text x=\"14\" y=\"120\" text-anchor=\"middle\" transform=\"rotate(-90 14 120)\">" +

@@ -187,6 +187,11 @@ def main():
                      "i => [i.getAttribute('src'), i.complete, i.naturalWidth]))")
             loaded = json.loads(b.send("Runtime.evaluate", {"expression": probe})["result"]["value"])
             shot = b.send("Page.captureScreenshot", {"format": "png"})["data"]
+            # A click on a result opens its full-size picture: the lightbox is the target.
+            opened = b.send("Runtime.evaluate", {"expression": (
+                "document.querySelector('a[href=\"#result1\"]').click();"
+                "getComputedStyle(document.getElementById('result1')).display")})
+            assert opened["result"]["value"] == "flex", opened
             errors = console_errors(b.events)
         finally:
             b.close()
