@@ -91,6 +91,14 @@ std::string plot_frame(double x0, double x1, double top, const char *x_title,
     return s;
 }
 
+// A round top for a percent axis: 1, 2 or 5 times a power of ten, at least `top`.
+double round_up(double top) {
+    const double decade = std::pow(10.0, std::floor(std::log10(std::max(top, 1e-3))));
+    for (double m : {1.0, 2.0, 5.0})
+        if (m * decade >= top) return m * decade;
+    return 10 * decade;
+}
+
 } // namespace
 
 std::string html_escape(const std::string &text) {
@@ -125,14 +133,7 @@ std::string error_plot_svg(const std::vector<ErrorBin> &bins) {
     double x0 = bins.front().stops - 0.5, x1 = bins.back().stops + 0.5, top = 0;
     for (const ErrorBin &b : bins)
         top = std::max(top, 100 * b.p90_error);
-    // A round top of the percent axis: 1, 2 or 5 times a power of ten.
-    double nice = std::pow(10.0, std::floor(std::log10(std::max(top, 1e-3))));
-    for (double m : {1.0, 2.0, 5.0, 10.0})
-        if (m * nice >= top) {
-            nice *= m;
-            break;
-        }
-    top = nice;
+    top = round_up(top);
     std::string s = plot_frame(x0, x1, top, "true luminance (stops)", "relative error (%)");
     std::string median, p90;
     for (const ErrorBin &b : bins) {
@@ -157,12 +158,12 @@ std::string histogram_svg(const std::vector<size_t> &counts, double first_stop, 
     double total = 0;
     for (size_t c : counts)
         total += double(c);
-    const double top = 100.0 * double(most) / total;
+    const double top = round_up(100.0 * double(most) / total);
     std::string s = plot_frame(x0, x1, top, "luminance (stops, log2)", "pixels (%)");
     const double w = 560.0 / double(counts.size());
     for (size_t i = 0; i < counts.size(); ++i) {
         if (!counts[i]) continue;
-        const double h = 200.0 * double(counts[i]) / double(most);
+        const double h = 200.0 * 100.0 * double(counts[i]) / total / top;
         s += format("<rect x=\"%.2f\" y=\"%.2f\" width=\"%.2f\" height=\"%.2f\" fill=\"#5a7\"/>\n",
                     60 + w * double(i), 220 - h, std::max(w - 0.5, 0.5), h);
     }
