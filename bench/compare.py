@@ -70,6 +70,30 @@ def exposure_times(lvhdr, frames):
     return times
 
 
+def enhancer_rows(bench, ours_hdr, pfs_in, work, mp, rows):
+    """The gradient-domain enhancer at defaults on 2 threads and with the two-resolution
+    run, beside pfstools' gradient-domain operator; stage shares go to the note."""
+    for mode in ("defaults", "two-resolution"):
+        stages = {}
+
+        def parse(out, _wall):
+            d = dict(re.findall(r"(\w+)=([\d.]+)", out))
+            stages.update(d)
+            return float(d["seconds"]), int(d["width"]) * int(d["height"]) / 1e6
+        t = best([bench, ours_hdr, mode, "2"], parse)
+        rows.append(("gradient tone map", "lumivantor lv_tm_enhancer", *t,
+                     "%s, 2 threads; stages tm1 %.0f%% tm2 %.0f%% tm3 %.0f%%"
+                     % (mode, 100 * float(stages["tm1"]), 100 * float(stages["tm2"]),
+                        100 * float(stages["tm3"]))))
+        if mode == "defaults":
+            def peer():
+                with open(pfs_in, "rb") as i, open(os.path.join(work, "grad.pfs"), "wb") as o:
+                    return run(["pfstmo_fattal02"], stdin=i, stdout=o)
+            results = [peer() for _ in range(REPEAT)]
+            rows.append(("gradient tone map", "pfstmo_fattal02", min(r[2] for r in results),
+                         max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
+
+
 def main():
     lvhdr, hdr_io, data, work = sys.argv[1:5]
     fp_io = os.path.join(os.path.dirname(hdr_io), "bench_float_tiff")
@@ -90,6 +114,17 @@ def main():
     rows.append(("merge %d frames" % len(frames), "lumivantor lv_hdr_merge", *t, "EXIF exposures"))
     t = best([PY, peers, "merge", ",".join("%g" % x for x in times)] + frames, kv)
     rows.append(("merge %d frames" % len(frames), "OpenCV MergeDebevec", *t, "linear response"))
+    # Ghost detection beside our merge of the same bracket (both on one thread); the peak is
+    # that of the whole lvhdr merge --deghost process.
+    merge_s = rows[0][2]
+    def ghost_timing(out, _wall):
+        m = re.search(r"found in ([\d.]+) s", out)
+        if not m:
+            sys.exit("bench/compare: no ghost detection timing in:\n%s" % out)
+        return float(m.group(1)), mp
+    t = best([lvhdr, "merge", "--deghost", "-o", ours_hdr] + frames, ghost_timing)
+    rows.append(("ghost detect", "lumivantor lv_ghost_detect", *t,
+                 "%.2f x our merge's time; peak of the whole merge --deghost" % (t[0] / merge_s)))
 
     t = best([hdr_io, "write", ours_hdr, os.path.join(work, "ours-again.hdr")], kv)
     rows.append((".hdr write", "lumivantor lv_io_rgbe_write", *t, "run-length coded"))
@@ -177,6 +212,9 @@ def main():
             results = [durand() for _ in range(REPEAT)]
             rows.append(("local tone map", "pfstmo_durand02", min(r[2] for r in results),
                          max(r[1] for r in results), mp, "whole process, pfs stream in and out"))
+
+    if len(sys.argv) > 5:
+        enhancer_rows(sys.argv[5], ours_hdr, pfs_in, work, mp, rows)
 
     print("bracket: %d x %.1f MP from %s; best of %d runs; ratio = peer / lumivantor"
           % (len(frames), mp, data, REPEAT))

@@ -8,6 +8,7 @@ mode=${1:-build}
 # Debian packages by purpose. Later subsystems add theirs here.
 build_pkgs=(cmake ninja-build g++ make pkg-config libjpeg-dev libpng-dev libtiff-dev)
 build_pkgs+=(libopenexr-dev)
+build_pkgs+=(libopencv-dev)
 test_pkgs=(libgtest-dev clang libclang-rt-dev python3 python3-numpy python3-opencv pfstools
            libimage-exiftool-perl libtiff-tools)
 test_pkgs+=(python3-tifffile python3-psd-tools python3-pil icc-profiles-free imagemagick openexr)

@@ -9,8 +9,9 @@ namespace lvhdr {
 
 bool decode_bracket(const std::vector<std::string> &paths, Bracket &bracket,
                     std::vector<MetadataBuf> *meta, bool *all_have_exif, std::string &failed,
-                    std::string &error) {
+                    std::string &error, std::vector<Image> *frames) {
     const int n = int(paths.size());
+    if (frames) frames->assign(size_t(n), Image{});
     bracket.planned = n;
     if (meta) meta->assign(size_t(n), MetadataBuf{});
     if (all_have_exif) *all_have_exif = true;
@@ -29,7 +30,10 @@ bool decode_bracket(const std::vector<std::string> &paths, Bracket &bracket,
         }
         // Phones store frames sideways and say so in EXIF; use them upright.
         turn_upright(frame, lvtool::read_orientation_file(path.c_str()));
-        if (!bracket.add(frame, error)) return false;
+        if (frames)
+            (*frames)[size_t(i)] = std::move(frame);
+        else if (!bracket.add(frame, error))
+            return false;
         if (meta && !read_capture_metadata(path, (*meta)[size_t(i)]) && all_have_exif)
             *all_have_exif = false;
         bar.update(float(i + 1) / n);

@@ -7,6 +7,7 @@
 #include "progress_bar.h"
 #include "report_page.h"
 #include "synth_bracket.h"
+#include "tonemap_enhancer.h"
 #include "tonemap_optimizer.h"
 
 #include <algorithm>
@@ -31,7 +32,8 @@ const char *demo_help =
     "merge's error against it. Files go to DIR (default demo-out):\n"
     "  bracket-1.png .. bracket-5.png   the five frames, darkest first\n"
     "  demo.hdr                         the merged HDR image\n"
-    "  demo.png, demo-small.png         the tone-mapped result, full size and a third\n"
+    "  demo.png, demo-small.png         the enhancer's result, full size and a third\n"
+    "  demo-simple.png                  the global operator's result, for comparison\n"
     "  demo-fused.png                   the bracket blended by exposure fusion\n"
     "  demo-optimizer.png               the contrast optimizer's result at its defaults\n"
     "  index.html                       a page with every step side by side; open it in a\n"
@@ -145,10 +147,19 @@ int cmd_demo(int argc, char **argv) {
         if (!tonemap_simple(reread, look, 8, picture, err)) return fail(hdr_path, err);
     }
     step("tone-map (global operator, compression 8, brightness 2)", clock.lap());
+    const std::string simple_png = dir + "/demo-simple.png";
+    if (!write_image(simple_png, picture, err)) return fail(simple_png, err);
+
+    // The enhancer opens the doorway and the shaded wall that the global curve leaves
+    // near black, at its default settings.
+    Image enhanced;
+    if (!tonemap_enhancer(reread, hdr_path, EnhancerSettings{}, 8, enhanced, err))
+        return fail(hdr_path, err);
+    step("tone-map (gradient-domain enhancer, defaults)", clock.lap());
     const std::string png = dir + "/demo.png", small = dir + "/demo-small.png";
-    if (!write_image(png, picture, err)) return fail(png, err);
-    if (!write_image(small, shrink(picture, 3), err)) return fail(small, err);
-    step("write demo.png and demo-small.png", clock.lap());
+    if (!write_image(png, enhanced, err)) return fail(png, err);
+    if (!write_image(small, shrink(enhanced, 3), err)) return fail(small, err);
+    step("write demo.png, demo-small.png and demo-simple.png", clock.lap());
     {
         Image contrast;
         {
@@ -185,7 +196,8 @@ int cmd_demo(int argc, char **argv) {
     for (size_t i = 1; i < derived.size(); ++i)
         std::printf(" %.2f", std::log2(derived[i] / derived[i - 1]));
     std::printf(" EV (true 2.00)\n");
-    std::printf("results in %s/: demo.hdr, demo.png, demo-small.png, demo-fused.png, "
+    std::printf("results in %s/: demo.hdr, demo.png, demo-small.png, demo-simple.png, "
+                "demo-optimizer.png, demo-fused.png, "
                 "bracket-1..5.png\n",
                 dir.c_str());
 

@@ -3,6 +3,7 @@
 #include "capture_meta.h"
 #include "cli.h"
 #include "exif_walk.h"
+#include "ghost_tools.h"
 #include "commands.h"
 #include "hdr_files.h"
 #include "hdr_pipeline.h"
@@ -33,6 +34,17 @@ const char *merge_help =
     "  --derive            derive the exposures from the images even when EXIF has them\n"
     "  --max-pixels N      refuse brackets of more than N pixels in all (default 1073741824)\n"
     "  --timings           print how long each step took\n"
+    "  --align             align hand-held frames first (median threshold bitmaps) and\n"
+    "                      crop to the area all frames cover; prints each frame's shift\n"
+    "  --deghost           find moving content and take it from one frame only\n"
+    "  --ghost-sensitivity T  40 to 100, larger finds fewer ghosts (default 90)\n"
+    "  --ghost-mask FILE   write the ghost regions over a preview of the middle frame (PNG)\n"
+    "  --save-selection FILE  save the ghost regions' outlines as a selection file; each\n"
+    "                      outline's E is the frame (from 0) its pixels were taken from\n"
+    "  --selection FILE    take the ghost regions from a saved or edited selection file\n"
+    "                      (an E that names no frame lets lvhdr pick the best exposed one)\n"
+    "  --batch N|auto      merge a shoot: N frames a bracket in file order, or by the EXIF\n"
+    "                      exposure sequence; -o names a folder, IMAGE may be a folder\n"
     "  -h, --help          show this help\n";
 
 // Parses "1/250,1/60,0.5" into seconds.
@@ -80,7 +92,14 @@ int merge_main(int argc, char **argv) {
                      {"--times", nullptr, true},
                      {"--derive", nullptr, false},
                      {"--max-pixels", nullptr, true},
-                     {"--timings", nullptr, false}},
+                     {"--timings", nullptr, false},
+                     {"--align", nullptr, false},
+                     {"--deghost", nullptr, false},
+                     {"--ghost-sensitivity", nullptr, true},
+                     {"--ghost-mask", nullptr, true},
+                     {"--save-selection", nullptr, true},
+                     {"--selection", nullptr, true},
+                     {"--batch", nullptr, true}},
                     args, err) ||
         !parse_max_pixels(args, err))
         return usage_error("merge", err);
@@ -88,6 +107,7 @@ int merge_main(int argc, char **argv) {
         std::fputs(merge_help, stdout);
         return exit_ok;
     }
+    if (args.has("--batch")) return run_batch(args);
     const std::string out_path = args.get("--output");
     if (out_path.empty()) return usage_error("merge", "no output file given (-o OUT.hdr)");
     if (!is_hdr_extension(extension_of(out_path)))
@@ -99,6 +119,8 @@ int merge_main(int argc, char **argv) {
         return usage_error("merge", err);
     if (args.has("--ev-step") + args.has("--derive") + args.has("--times") > 1)
         return usage_error("merge", "--ev-step, --times and --derive exclude each other");
+    DeghostOptions ghosts;
+    if (!deghost_options(args, ghosts, err)) return usage_error("merge", err);
     std::vector<float> given_times;
     if (args.has("--times")) {
         if (!parse_times(args.get("--times"), given_times, err)) return usage_error("merge", err);
@@ -114,8 +136,17 @@ int merge_main(int argc, char **argv) {
     std::vector<MetadataBuf> meta;
     bool all_have_exif = true;
     std::string failed;
-    if (!decode_bracket(args.positional, bracket, &meta, &all_have_exif, failed, err))
+    // Alignment needs every frame decoded before any goes into the bracket.
+    std::vector<Image> frames;
+    const bool align = args.has("--align");
+    if (!decode_bracket(args.positional, bracket, &meta, &all_have_exif, failed, err,
+                        align ? &frames : nullptr))
         return fail(failed, err);
+    if (align && !align_and_report(frames, args.positional, err))
+        return fail(args.positional[0], err);
+    for (int i = 0; align && i < n; ++i)
+        if (!bracket.add(frames[size_t(i)], err)) return fail(args.positional[size_t(i)], err);
+    frames.clear();
     const double t_decode = clock.lap();
 
     ExposureSource source = ExposureSource::given;
@@ -136,6 +167,10 @@ int merge_main(int argc, char **argv) {
             if (!(e > 0)) source = ExposureSource::derived;
         if (source == ExposureSource::derived) origin = "the images' brightness";
     }
+
+    if ((args.has("--deghost") || args.has("--selection")) &&
+        !deghost_and_report(bracket, source, float(step), exposures, ghosts, err))
+        return fail(out_path, err);
 
     HdrImage hdr;
     float stats[3] = {0, 0, 0};

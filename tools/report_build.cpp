@@ -5,6 +5,7 @@
 #include "progress_bar.h"
 #include "report_page.h"
 #include "synth_bracket.h"
+#include "tonemap_enhancer.h"
 #include "tonemap_optimizer.h"
 
 #include <algorithm>
@@ -194,6 +195,10 @@ bool add_results(const std::string &dir, HdrImage &hdr, const std::vector<Image>
     std::vector<Operator> operators = {
         {"tm-simple", "Global operator", simple_settings,
          [&](Image &out, std::string &err) { return tonemap_simple(hdr, look, 8, out, err); }},
+        {"tm-enhancer", "Gradient-domain enhancer", "the library's defaults",
+         [&](Image &out, std::string &err) {
+             return tonemap_enhancer(hdr, "", EnhancerSettings{}, 8, out, err);
+         }},
         {"tm-optimizer", "Contrast optimizer", opt_settings,
          [&](Image &out, std::string &err) {
              return tonemap_optimizer(hdr, opt, 8, threads, out, err);

@@ -9,6 +9,31 @@
  * layers (blocks of LV_TMPARAM_COUNT floats following p), p[56]/p[57] first and end
  * column of a partial render (0, or p[57] >= width, means the whole row).
  *
+ * The gradient-domain enhancer (method 1) compresses large luminance jumps and keeps fine
+ * detail. Size the work buffer first; a run with p[19] = 2.0 keeps its solved plane in
+ * work, so later runs with p[19] = 1.0 redo only the finishing with new settings:
+ *
+ *     float p[LV_TMPARAM_COUNT], table[256], stats[7];
+ *     tmparam_default(1, 0, p);
+ *     exp_lut(table, -8);
+ *     DimParam d; init_dim_param(&d);
+ *     d.width = w; d.height = h; d.strideIn = d.strideOut = 3 * w;
+ *     OptimParam o; init_optim_param(&o); o.numThreads = 4;
+ *     size_t pair[2], total;
+ *     mem4enhancer(0, p, pair, &total, d);
+ *     unsigned char *work = malloc(total);
+ *     p[19] = 2.0f;
+ *     lv_tm_enhancer(0, p, NULL, stats, table, NULL, d, o, NULL, rgbe, work);
+ *     p[2] = 60.0f; p[19] = 1.0f;   // more saturation: only the last stage runs
+ *     lv_tm_enhancer(0, p, NULL, stats, table, NULL, d, o, NULL, rgbe, work);
+ *     // work now starts with h rows of 3 * w bytes
+ *
+ * Block p of method 1: p[0] strength, p[1] contrast of the global mix, p[2] saturation,
+ * p[3] white clip, p[4] black clip, p[6] and p[7] detail (attenuation), p[8] gamma
+ * (50: none), p[9] and p[10] white and black repair, p[11] shadow clip, p[12]
+ * temperature, p[13] and p[14] highlight and shadow saturation, p[15] 360-degree
+ * panorama, p[16] pipeline (1 current, 0 old), p[18] solver tolerance, p[19] re-finish
+ * (2.0 keep the plane, 1.0 re-finish from it).
  * The contrast optimizer (method 3), a local Laplacian filter, on planar RGBE rows:
  *
  *     float p[LV_TMPARAM_COUNT];
@@ -81,6 +106,30 @@ LV_API int get_log_lum(int kind, int width, int height, int spp, int stride, flo
 LV_API int convert_to_rgbe(int bps, int width, int height, int spp, int stride, int swapRedBlue,
                            const float *lut, const unsigned char *source, unsigned char *rgbe);
 
+/* Work-buffer plan of the enhancer. pair (may be NULL) receives planeOffset, the byte
+ * offset of the plane pyramid in work, and the floats of the solver's pyramid; total (may
+ * be NULL) the bytes of a plain run. Output bytes are counted on dim.strideIn, so set it
+ * for RGBE input too (3 x width). A low-memory run needs max(planeOffset, output bytes)
+ * and, to spare the driver an allocation for the plane of its last stage,
+ * 2 x height x (strideOut - 2 x width) + 4 x width x height bytes (6 x width x height for
+ * packed RGB). Returns the number of pyramid levels. */
+LV_API int mem4enhancer(int kind, float *p, size_t *pair, size_t *total, DimParam dim);
+
+/* Tone-maps with the gradient-domain enhancer. kind: 0 HDR (RGBE rows, or interleaved
+ * floats with dim.inputFormat 10), 1 16-bit, 2 8-bit samples through curve (camcurve).
+ * stats: seven floats, filled unless re-finishing. expTable: exp_lut(table, -8) for RGBE.
+ * mask: NULL or mask layers as for tm_simple. input: the image, or NULL to read
+ * opt.sourceFile (a .hdr file). work: mem4enhancer's total bytes (low memory: see there);
+ * receives the output at its start. opt.lowMemory (HDR input) reads opt.sourceFile and
+ * streams through opt.tempPath0..5, which are left for the host to delete. Float input
+ * (inputFormat 10) sets bpsIn 32; opt.pyramidMode 1 solves a reduced copy first (not with
+ * p[16] = 1), 9 only stores the reduced width and height as two ints in work. Returns the
+ * rows written (height, or the last band's rows), -10 no input, -11 source not .hdr,
+ * -12 work too small, -400 work NULL, or another negative code of a stage. */
+LV_API int lv_tm_enhancer(int kind, float *p, unsigned char *mask, float *stats, float *expTable,
+                          float *curve, DimParam dim, OptimParam opt,
+                          LvProgressCallback progressCb, unsigned char *input,
+                          unsigned char *work);
 /* Work-space size of lv_tm_optimizer into *size: pyram_len2 x 8 + width x height x 4 bytes.
  * kind is ignored. Returns 1. */
 LV_API int mem4contrast_optimizer(int kind, DimParam dim, int64_t *size);

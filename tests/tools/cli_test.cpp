@@ -62,6 +62,8 @@ TEST(CommandLine, WrongUsageExitsTwoWithOneLine) {
         {"tonemap --brightness 40 -o out.png in.hdr", "--brightness"},
         {"tonemap --bits 16 -o out.jpg in.hdr", "JPEG"},
         {"tonemap -o out.gif in.hdr", ".png"},
+        {"tonemap --method simple --shadow-clip 5 -o out.png in.hdr", "--shadow-clip"},
+        {"tonemap --saturation 140 -o out.png in.hdr", "--saturation"},
         {"info", "no file"},
         {"demo --size 10x10", "--size"},
     };
