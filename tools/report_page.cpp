@@ -15,7 +15,7 @@ h1{font-size:24px;margin:18px 0 4px}h2{font-size:18px;margin:26px 0 8px;border-b
 p.sum{margin:2px 0;color:#555}
 .row,.grid{display:grid;gap:12px}
 .row{grid-template-columns:repeat(auto-fill,minmax(200px,1fr))}
-.grid{grid-template-columns:repeat(auto-fill,minmax(280px,1fr))}
+.grid{grid-template-columns:repeat(auto-fill,minmax(220px,1fr))}
 figure{margin:0;background:#fff;padding:6px;border:1px solid #ddd}
 figure img{width:100%;height:auto;display:block;background:#000}
 figcaption{font-size:13px;margin-top:4px}figcaption b{display:block}
