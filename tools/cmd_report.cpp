@@ -49,10 +49,6 @@ int report_main(int argc, char **argv) {
     if (args.positional.empty()) return usage_error("report", "no input images given");
     while (dir.size() > 1 && dir.back() == '/')
         dir.pop_back();
-    struct stat st;
-    errno = 0;
-    if (stat(dir.c_str(), &st) == 0 ? !S_ISDIR(st.st_mode) : mkdir(dir.c_str(), 0777) != 0)
-        return fail(dir, errno ? std::strerror(errno) : "exists and is not a folder");
 
     const int n = int(args.positional.size());
     Bracket bracket;
@@ -91,6 +87,11 @@ int report_main(int argc, char **argv) {
     if (!merge_bracket(bracket, source, 0, exposures, hdr, stats, err)) return fail("merge", err);
     const double merge_seconds = clock.lap();
     bracket = Bracket{};
+    // The folder is made only once the bracket has merged, so a bad input leaves nothing.
+    struct stat st;
+    errno = 0;
+    if (stat(dir.c_str(), &st) == 0 ? !S_ISDIR(st.st_mode) : mkdir(dir.c_str(), 0777) != 0)
+        return fail(dir, errno ? std::strerror(errno) : "exists and is not a folder");
 
     ReportPage page;
     page.title = "lvhdr report: " + std::to_string(n) + " photographs, merged and tone-mapped";
