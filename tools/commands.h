@@ -13,6 +13,8 @@ int cmd_mirrorball(int argc, char **argv);
 int cmd_probe(int argc, char **argv);
 int cmd_view(int argc, char **argv);
 int cmd_fuse(int argc, char **argv);
+int cmd_finish(int argc, char **argv);
+int cmd_single(int argc, char **argv);
 int cmd_report(int argc, char **argv);
 
 } // namespace lvhdr

@@ -21,6 +21,8 @@ const char *main_help =
     "  mirrorball  unwrap a mirror-ball photograph into a latitude-longitude panorama\n"
     "  probe     print one pixel's values, luminance and stops in an HDR image\n"
     "  view      write the brightness-adapting viewer square around a pixel as a PNG\n"
+    "  finish    levels, exposure, saturation and sharpening on a finished picture\n"
+    "  single    an HDR look from one photograph: simulated exposures, fused\n"
     "  report    merge a bracket and show every tone mapper and fusion method on one page\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
@@ -39,6 +41,8 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"mirrorball", lvhdr::cmd_mirrorball},
                             {"probe", lvhdr::cmd_probe},
                             {"view", lvhdr::cmd_view},
+                            {"finish", lvhdr::cmd_finish},
+                            {"single", lvhdr::cmd_single},
                             {"report", lvhdr::cmd_report}};
 
 } // namespace

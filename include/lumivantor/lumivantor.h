@@ -11,5 +11,6 @@
 #include "pyramid.h"
 #include "tonemap.h"
 #include "geometry.h"
+#include "finish.h"
 
 #endif

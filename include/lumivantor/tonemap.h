@@ -141,7 +141,8 @@ LV_API int mem4contrast_optimizer(int kind, DimParam dim, int64_t *size);
  * tower during the run and the 0..1 luminance map after it. reuseMap nonzero with a map:
  * only the colour finish runs. mask: NULL, or two bytes a pixel (weight, layer).
  * progressContext: the host's mode-1 callback, or NULL. Returns height (the last band's
- * rows), -1 for an empty image, -400 for a missing memory block, -4 when out of memory. */
+ * rows), -1 for an empty image, -400 for a memory block missing or smaller than the
+ * image area or the picture, -4 when out of memory. */
 LV_API int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressContext,
                            float *p, unsigned char *mask, int reuseMap, float *map,
                            unsigned char *input, int64_t memorySize, unsigned char *memory);

@@ -4,15 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "colour/finish_lab.h"
 #include "lumivantor/colour.h"
 
 namespace {
-
-// L*a*b* companding above the CIE knee. The exponent is the system's 0.33333, not 1/3.
-inline float lab_f(double ratio, double linear_part) {
-    if (ratio > 0.008856) return static_cast<float>(std::pow(ratio, 0.33333));
-    return static_cast<float>(linear_part * 0.008620689655172414 + 0.13793103448275862);
-}
 
 inline float lab_inverse(float f) {
     const float cube = f * f * f;
@@ -56,15 +51,10 @@ void rgb2Lab(int fromFloats, const float *rgb, const float *linearLut, const int
         g = rgb[1];
         b = rgb[2];
     }
-    const float x = static_cast<float>(0.5767309 * r + 0.185554 * g + 0.1881852 * b);
-    const float y = static_cast<float>(0.2973769 * r + 0.6273491 * g + 0.0752741 * b);
-    const float z = static_cast<float>(0.0270343 * r + 0.0706872 * g + 0.9911085 * b);
-    const float fx = lab_f(x * 1.0521111, x * 950.372);
-    const float fy = lab_f(y, y * 903.3);
-    const float fz = lab_f(z * 0.91841704, z * 829.6061);
-    lab[0] = fy * 116.0f - 16.0f;
-    lab[1] = (fx - fy) * 500.0f;
-    lab[2] = (fy - fz) * 200.0f;
+    // The exponent is the system's 0.33333, not 1/3.
+    lv::lab_from_linear(r, g, b, lab, [](double ratio) {
+        return static_cast<float>(std::pow(ratio, 0.33333));
+    });
 }
 
 void Lab2rgb(int toFloats, const float *lab, float *rgb, int maxValue, const int *gammaLut,

@@ -72,6 +72,47 @@ void report(const lv::CoJob &job, float value) {
     if (job.progress) progress(1, job.progress, nullptr, value);
 }
 
+// Bands of rows for a per-pixel pass, each starting on an even row so that a band of a
+// fine level expands from whole rows of the coarse one.
+constexpr int kMaxBands = 64;
+template <class Fn> struct RowBand {
+    Fn *fn;
+    int first, rows;
+    unsigned char *done;
+    int index;
+    int result;
+};
+template <class Fn> void *row_band_body(void *arg) {
+    auto *b = static_cast<RowBand<Fn> *>(arg);
+    (*b->fn)(b->first, b->rows);
+    b->done[b->index] = 1;
+    b->result = b->rows;
+    return nullptr;
+}
+
+// Runs fn(firstRow, rows) over rows [0, height) on up to `threads` threads. A band whose
+// thread could not start runs here afterwards, so each row is done exactly once (the
+// passes work in place) and the values don't depend on the thread count.
+template <class Fn> void for_row_bands(int threads, int height, Fn fn) {
+    const int count = std::min({threads, height / 64, kMaxBands});
+    if (count < 2) {
+        fn(0, height);
+        return;
+    }
+    const int band_rows = (height / count) & ~1;
+    unsigned char done[kMaxBands] = {};
+    auto band = [&](int index) {
+        const int first = index * band_rows;
+        return lv::Band{first, index == count - 1 ? height - first : band_rows};
+    };
+    lv::run_threaded<RowBand<Fn>>(count, row_band_body<Fn>, [&](RowBand<Fn> &b, int index, int) {
+        const lv::Band r = band(index);
+        b = RowBand<Fn>{&fn, r.first, r.rows, done, index, 0};
+    });
+    for (int i = 0; i < count; ++i)
+        if (!done[i]) fn(band(i).first, band(i).rows);
+}
+
 } // namespace
 
 namespace lv {
@@ -128,9 +169,20 @@ void co_job_release(CoJob &job) {
 void co_job_acquire(CoJob &job, unsigned char *input) {
     float table[256];
     exp_lut(table, -8);
-    co_acquistion(table, input, job.pyramid, job.dim);
-    std::memcpy(job.log_image, job.pyramid,
-                static_cast<size_t>(job.dim.width) * job.dim.height * sizeof(float));
+    const DimParam dim = job.dim;
+    const int w = dim.width;
+    // Bytes from one row of the input to the next: RGBE rows, or strideIn samples.
+    const size_t row_bytes = dim.bpsIn == 32 ? static_cast<size_t>(4) * w
+                                             : static_cast<size_t>(dim.strideIn) * (dim.bpsIn / 8);
+    for_row_bands(job.threads, dim.height, [&](int first, int rows) {
+        DimParam band = dim;
+        band.height = rows;
+        co_acquistion(table, input + row_bytes * first,
+                      job.pyramid + static_cast<size_t>(w) * first, band);
+        std::memcpy(job.log_image + static_cast<size_t>(w) * first,
+                    job.pyramid + static_cast<size_t>(w) * first,
+                    static_cast<size_t>(w) * rows * sizeof(float));
+    });
 }
 
 void co_job_tower(CoJob &job) {
@@ -245,16 +297,23 @@ void co_job_level(CoJob &job, int l) {
 void co_job_collapse(CoJob &job) {
     const int wrap = static_cast<int>(job.p[15]) != 0 ? 1 : 0;
     for (int l = job.top; l >= 0; --l) {
-        co_up(job.ws[l], job.hs[l], job.ws[l + 1], job.hs[l + 1], wrap,
-              job.pyramid + job.off[l + 1], job.coef);
+        const int w = job.ws[l], w2 = job.ws[l + 1], h2 = job.hs[l + 1];
         float *plane = job.pyramid + job.off[l];
-        const int64_t m = static_cast<int64_t>(job.ws[l]) * job.hs[l];
-        for (int64_t i = 0; i < m; ++i)
-            plane[i] += job.coef[i];
+        const float *coarse = job.pyramid + job.off[l + 1];
+        for_row_bands(job.threads, job.hs[l], [&](int first, int rows) {
+            // first is even, so the band expands from coarse row first / 2 onwards.
+            const size_t at = static_cast<size_t>(first) * w;
+            co_up(w, rows, w2, h2 - first / 2, wrap, coarse + static_cast<size_t>(first / 2) * w2,
+                  job.coef + at);
+            for (size_t i = at; i < at + static_cast<size_t>(rows) * w; ++i)
+                plane[i] += job.coef[i];
+        });
     }
-    const int64_t n = static_cast<int64_t>(job.dim.width) * job.dim.height;
-    for (int64_t i = 0; i < n; ++i)
-        job.pyramid[i] = static_cast<float>(std::exp(static_cast<double>(job.pyramid[i])));
+    for_row_bands(job.threads, job.dim.height, [&](int first, int rows) {
+        const size_t w = static_cast<size_t>(job.dim.width);
+        for (size_t i = w * first; i < w * (first + rows); ++i)
+            job.pyramid[i] = static_cast<float>(std::exp(static_cast<double>(job.pyramid[i])));
+    });
 }
 
 void co_job_scale(CoJob &job) {
@@ -412,7 +471,10 @@ int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressCon
                     int64_t memorySize, unsigned char *memory) {
     if (dim.width < 1 || dim.height < 1 || !p || !input) return LV_ERR_ARG;
     const int64_t n = static_cast<int64_t>(dim.width) * dim.height;
-    if (!memory || memorySize < n * 4) return LV_ERR_NO_WORK;
+    // The block must hold the log image and, at the end, the picture.
+    const int64_t out_bytes =
+        (dim.outputLayout == 3 ? n * 3 : int64_t(dim.strideOut) * dim.height) * (dim.bpsOut / 8);
+    if (!memory || memorySize < std::max(n * 4, out_bytes)) return LV_ERR_NO_WORK;
     if (reuseMap && map) return co_final(dim, opt, progressContext, p, mask, input, map, memory);
 
     lv::CoJob job;
@@ -436,7 +498,16 @@ int lv_tm_optimizer(DimParam dim, OptimParam opt, LvProgressCallback progressCon
     lv::co_job_scale(job);
     report(job, 0.9f);
     if (map) std::memcpy(map, job.coef, static_cast<size_t>(n) * 4);
-    return co_final(dim, opt, progressContext, p, mask, input, map ? map : job.coef, memory);
+    float *finish_map = map ? map : job.coef;
+    // A picture wider than the image area (16-bit samples from 8-bit input) runs on into the
+    // coefficient plane; without the caller's map, the bands would then overwrite map rows
+    // that others still read. The work tower, further on, holds the map then.
+    const unsigned char *coef_bytes = reinterpret_cast<const unsigned char *>(job.coef);
+    if (!map && coef_bytes < memory + out_bytes && coef_bytes + n * 4 > memory) {
+        std::memcpy(job.work, job.coef, static_cast<size_t>(n) * 4);
+        finish_map = job.work;
+    }
+    return co_final(dim, opt, progressContext, p, mask, input, finish_map, memory);
 }
 
 } // extern "C"

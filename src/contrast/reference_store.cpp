@@ -60,15 +60,23 @@ __attribute__((target("avx2"))) int64_t remap_avx2(const CoRemap &r, const float
     int64_t i = 0;
     for (; i + 8 <= n; i += 8) {
         const __m256 v = _mm256_loadu_ps(in + i);
-        const __m256d t0 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), alpha);
-        const __m256d t1 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), alpha);
-        const __m256 above = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k_hi)),
-                                             _mm256_cvtpd_ps(_mm256_add_pd(t0, k_hi)));
-        const __m256 below = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k_lo)),
-                                             _mm256_cvtpd_ps(_mm256_add_pd(t0, k_lo)));
         const __m256 is_above = _mm256_cmp_ps(v, f_hi, _CMP_GT_OQ);
         const __m256 is_below = _mm256_cmp_ps(v, f_lo, _CMP_LT_OQ);
-        const __m256 m = _mm256_blendv_ps(_mm256_blendv_ps(v, below, is_below), above, is_above);
+        // Each lane adds the offset of its own side (above wins, as in the scalar), so one
+        // sum and one rounding serve both sides.
+        const __m256d k0 =
+            _mm256_blendv_pd(k_lo, k_hi,
+                             _mm256_castsi256_pd(_mm256_cvtepi32_epi64(
+                                 _mm256_castsi256_si128(_mm256_castps_si256(is_above)))));
+        const __m256d k1 =
+            _mm256_blendv_pd(k_lo, k_hi,
+                             _mm256_castsi256_pd(_mm256_cvtepi32_epi64(
+                                 _mm256_extractf128_si256(_mm256_castps_si256(is_above), 1))));
+        const __m256d t0 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), alpha);
+        const __m256d t1 = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), alpha);
+        const __m256 squeezed = _mm256_set_m128(_mm256_cvtpd_ps(_mm256_add_pd(t1, k1)),
+                                                _mm256_cvtpd_ps(_mm256_add_pd(t0, k0)));
+        const __m256 m = _mm256_blendv_ps(v, squeezed, _mm256_or_ps(is_above, is_below));
         any = _mm256_or_ps(any, _mm256_cmp_ps(m, v, _CMP_NEQ_UQ));
         _mm256_storeu_ps(out + i, m);
     }
@@ -92,17 +100,18 @@ bool co_remap_row(const CoRemap &r, const float *in, float *out, int64_t n) {
     __m128 any = _mm_setzero_ps();
     for (; i + 4 <= n; i += 4) {
         const __m128 v = _mm_loadu_ps(in + i);
+        const __m128 is_above = _mm_cmpgt_ps(v, f_hi);
+        const __m128 moved = _mm_or_ps(is_above, _mm_cmplt_ps(v, f_lo));
+        // The offset of each lane's side, chosen in double (above wins, as in the scalar).
+        const __m128d up0 = _mm_castps_pd(_mm_unpacklo_ps(is_above, is_above));
+        const __m128d up1 = _mm_castps_pd(_mm_unpackhi_ps(is_above, is_above));
+        const __m128d k0 = _mm_or_pd(_mm_and_pd(up0, k_hi), _mm_andnot_pd(up0, k_lo));
+        const __m128d k1 = _mm_or_pd(_mm_and_pd(up1, k_hi), _mm_andnot_pd(up1, k_lo));
         const __m128d t0 = _mm_mul_pd(_mm_cvtps_pd(v), alpha);
         const __m128d t1 = _mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), alpha);
-        const __m128 above =
-            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_hi)), _mm_cvtpd_ps(_mm_add_pd(t1, k_hi)));
-        const __m128 below =
-            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k_lo)), _mm_cvtpd_ps(_mm_add_pd(t1, k_lo)));
-        const __m128 is_above = _mm_cmpgt_ps(v, f_hi);
-        const __m128 is_below = _mm_andnot_ps(is_above, _mm_cmplt_ps(v, f_lo));
-        const __m128 inside = _mm_andnot_ps(_mm_or_ps(is_above, is_below), v);
-        const __m128 m =
-            _mm_or_ps(_mm_or_ps(_mm_and_ps(is_above, above), _mm_and_ps(is_below, below)), inside);
+        const __m128 squeezed =
+            _mm_movelh_ps(_mm_cvtpd_ps(_mm_add_pd(t0, k0)), _mm_cvtpd_ps(_mm_add_pd(t1, k1)));
+        const __m128 m = _mm_or_ps(_mm_and_ps(moved, squeezed), _mm_andnot_ps(moved, v));
         any = _mm_or_ps(any, _mm_cmpneq_ps(m, v));
         _mm_storeu_ps(out + i, m);
     }

@@ -2,6 +2,7 @@
 // the kept quirks of each reader, and the codes of files it refuses.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -74,12 +75,6 @@ Bytes resource(int id, const Bytes &data) {
     b.insert(b.end(), data.begin(), data.end());
     if (data.size() & 1) b.push_back(0);
     return b;
-}
-
-float from_bits(uint32_t u) {
-    float f;
-    std::memcpy(&f, &u, 4);
-    return f;
 }
 
 } // namespace
@@ -184,7 +179,7 @@ TEST(FloatTiff, HalfFilesReadInMachineOrderAndAlphaSkipsFourBytes) {
     // A file whose mark is neither gives the sentinel minimum.
     ASSERT_EQ(fp2rgbe(write_file("bad.tif", {'x', 'x'}).c_str(), &info, &mn, &mx, &mean, px.data()),
               1);
-    EXPECT_EQ(mn, from_bits(0x55BA43B7u));
+    EXPECT_EQ(mn, std::bit_cast<float>(0x55BA43B7u));
     EXPECT_EQ(mx, 0.0f);
 }
 
@@ -260,14 +255,7 @@ TEST(Psd, CompositeReadsRawRunLengthAndFloatPlanes) {
     // 32-bit: raw float planes become RGBE at half value; packed data is refused.
     Bytes planes;
     for (float v : {1.0f, 0.5f, 0.25f})
-        be(
-            planes,
-            [&] {
-                uint32_t u;
-                std::memcpy(&u, &v, 4);
-                return u;
-            }(),
-            4);
+        be(planes, std::bit_cast<uint32_t>(v), 4);
     path = write_file("f.psd", psd(3, 32, 1, 1, {}, 0, planes));
     info = {};
     ASSERT_GT(getPsdInfo(path.c_str(), &info), 0);

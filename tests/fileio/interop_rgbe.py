@@ -34,10 +34,7 @@ def pfs_convert(src, dst):
 
 
 def opencv(lib, tmp):
-    try:
-        import cv2
-    except ImportError:
-        lv.need(False, "python3-opencv is not installed")
+    cv2 = lv.module("cv2", "python3-opencv")
     ok = True
     for (h, w) in [(31, 97), (4, 5), (2, 1)]:
         src = hdr_scene(h, w, w)

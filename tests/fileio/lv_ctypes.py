@@ -1,5 +1,6 @@
 """ctypes bindings of the Radiance and merge entry points, for the scripted tests."""
 import ctypes
+import importlib
 import sys
 
 SKIP = 77  # CTest SKIP_RETURN_CODE of the scripted tests
@@ -11,10 +12,15 @@ def need(ok, message):
         sys.exit(SKIP)
 
 
-try:
-    import numpy as np
-except ImportError:
-    need(False, "python3-numpy is not installed")
+def module(name, package):
+    """The module, or a skip naming the Debian package that carries it."""
+    try:
+        return importlib.import_module(name)
+    except ImportError:
+        need(False, f"{package} is not installed")
+
+
+np = module("numpy", "python3-numpy")
 
 
 def load(path):

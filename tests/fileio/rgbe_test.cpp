@@ -2,6 +2,7 @@
 // header dialect, and the codes of damaged files.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -261,8 +262,7 @@ TEST(RgbePixel, DecodesWithoutAHalfStepAndEncodesAsTheFrexpConstruction) {
     for (int i = 0; i < 200000; ++i) {
         float c[3];
         for (float &x : c) {
-            const uint32_t bits = rng() & 0x7FFFFFFF;
-            std::memcpy(&x, &bits, sizeof x);
+            x = std::bit_cast<float>(uint32_t(rng() & 0x7FFFFFFF));
             if (!std::isfinite(x)) x = 1.0f;
         }
         const float m = lv::max3(c[0], c[1], c[2]);

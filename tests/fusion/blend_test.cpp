@@ -2,7 +2,6 @@
 // definition, the accumulator's clamp and wrap, the file route against memory, the
 // collapse's detail gain and moire guard, and a seam across two frames of the street bracket.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +15,7 @@
 #include "fusion/blend.h"
 #include "fusion/blend_expand.h"
 #include "lumivantor/pyramid.h"
+#include "street_photos.h"
 
 namespace {
 
@@ -206,20 +206,13 @@ TEST(BlendCollapse, SlightDetailIsLiftedStrongEdgesPassAndTheGuardThinsUpperLeve
 // hard step in the weights: the towers must turn the step into a seam wider than any detail
 // and keep each side's exposure.
 TEST(BlendStreet, AHardWeightStepBecomesASmoothSeamThatKeepsEachSidesExposure) {
-    const std::string dir = std::string(LV_DATA_DIR) + "/street/";
-    png_image img{};
     std::vector<uint8_t> frames[2];
-    const char *names[2] = {"DSC_0096.png", "DSC_0100.png"};
-    for (int f = 0; f < 2; ++f) {
-        img = png_image{};
-        img.version = PNG_IMAGE_VERSION;
-        if (!png_image_begin_read_from_file(&img, (dir + names[f]).c_str()))
-            GTEST_SKIP() << "street bracket not found in " << dir;
-        img.format = PNG_FORMAT_RGB;
-        frames[f].resize(PNG_IMAGE_SIZE(img));
-        ASSERT_TRUE(png_image_finish_read(&img, nullptr, frames[f].data(), 0, nullptr));
-    }
-    const int w = int(img.width), h = int(img.height), nc = 3;
+    int w = 0, h = 0;
+    for (int f = 0; f < 2; ++f)
+        if (!lvtest::read_png_rgb(lvtest::street_dir() + (f ? "DSC_0100.png" : "DSC_0096.png"), &w,
+                                  &h, &frames[f]))
+            GTEST_SKIP() << "street bracket not found in " << lvtest::street_dir();
+    const int nc = 3;
     Acc acc(w, h, nc, int(std::log2(double(std::min(w, h)))) - 1);
     for (int f = 1; f >= 0; --f) {
         V16 photo(frames[f].size()), weight(size_t(w) * h);
@@ -250,13 +243,7 @@ TEST(BlendStreet, AHardWeightStepBecomesASmoothSeamThatKeepsEachSidesExposure) {
     std::vector<uint8_t> png(out.size());
     for (size_t i = 0; i < png.size(); ++i)
         png[i] = uint8_t(out[i] >> 8);
-    png_image o{};
-    o.version = PNG_IMAGE_VERSION;
-    o.width = w;
-    o.height = h;
-    o.format = PNG_FORMAT_RGB;
-    EXPECT_TRUE(png_image_write_to_file(&o, LV_BINARY_DIR "/blend_street_seam.png", 0, png.data(),
-                                        0, nullptr));
+    EXPECT_TRUE(lvtest::write_png(LV_BINARY_DIR "/blend_street_seam.png", w, h, 3, png.data()));
 }
 
 } // namespace

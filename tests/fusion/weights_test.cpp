@@ -1,11 +1,8 @@
 // Ranking of a bracket, fusion weight planes (sum, rounding, selection, threads, file
 // route) and the smoothed 8-bit weights of the local stage.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <random>
 #include <vector>
@@ -13,6 +10,7 @@
 #include "frame/band_threads.h"
 #include "fusion/weights.h"
 #include "lumivantor/frame.h"
+#include "street_photos.h"
 
 namespace {
 
@@ -148,35 +146,22 @@ TEST(LocalWeights, SmoothedPlanesSumTo255AndFollowExposure) {
 }
 
 TEST(Fusion1, StreetBracketWeighsTheShortestFrameAsDarkestAndIsWrittenForALook) {
-    const std::string dir = std::string(LV_DATA_DIR) + "/street/";
-    std::ifstream list(dir + "exposures.txt");
-    std::vector<uint8_t> bracket;
-    png_image img{};
-    for (std::string line, name; std::getline(list, line);) {
-        if (!(std::istringstream(line) >> name) || name[0] == '#') continue;
-        img = png_image{};
-        img.version = PNG_IMAGE_VERSION;
-        if (!png_image_begin_read_from_file(&img, (dir + name).c_str())) break;
-        img.format = PNG_FORMAT_RGB;
-        bracket.resize(bracket.size() + PNG_IMAGE_SIZE(img));
-        png_image_finish_read(&img, nullptr, &bracket[bracket.size() - PNG_IMAGE_SIZE(img)], 0,
-                              nullptr);
-    }
-    if (bracket.size() != size_t(15) * img.width * img.height)
-        GTEST_SKIP() << "street bracket not found in " << dir;
-    const int w = int(img.width), h = int(img.height);
+    const lvtest::Bracket street = lvtest::street_bracket();
+    if (street.seconds.size() != 5)
+        GTEST_SKIP() << "street bracket not found in " << lvtest::street_dir();
+    const int w = street.width, h = street.height;
     const std::vector<int> order(5, -1);
     std::vector<float> p(LV_TMPARAM_COUNT);
     tmparam_default(10, 0, p.data());
     std::vector<uint8_t> planes(size_t(5) * w * h);
     int reference = -1;
-    ASSERT_EQ(fusion1(2, p.data(), 5, w, h, 3, 8, 8, 0, 0, nullptr, nullptr, bracket.data(),
+    ASSERT_EQ(fusion1(2, p.data(), 5, w, h, 3, 8, 8, 0, 0, nullptr, nullptr, street.rgb.data(),
                       order.data(), nullptr, &reference, planes.data()),
               h - h / 2);
     EXPECT_EQ(reference, 0);
-    img.format = PNG_FORMAT_GRAY, img.height = png_uint_32(5 * h); // planes one above the other
-    const std::string path = std::string(LV_BINARY_DIR) + "/fusion_street_weights.png";
-    EXPECT_TRUE(png_image_write_to_file(&img, path.c_str(), 0, planes.data(), 0, nullptr));
+    // The planes one above the other.
+    EXPECT_TRUE(lvtest::write_png(std::string(LV_BINARY_DIR) + "/fusion_street_weights.png", w,
+                                  5 * h, 1, planes.data()));
 }
 
 } // namespace

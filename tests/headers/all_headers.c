@@ -10,6 +10,11 @@ int lv_header_check_c99(void) {
     return d.samplesPerPixel + o.numThreads;
 }
 
+int lv_header_check_finish(void);
+int lv_header_check_finish(void) {
+    return numFakeExposures();
+}
+
 int lv_header_check_pyramid(void);
 int lv_header_check_pyramid(void) { return (int)pyram_len2(1, 1); }
 

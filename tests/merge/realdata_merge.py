@@ -10,10 +10,7 @@ import lv_ctypes as lv  # noqa: E402
 
 import numpy as np  # noqa: E402
 
-try:
-    import cv2
-except ImportError:
-    lv.need(False, "python3-opencv is not installed (it decodes the photographs)")
+cv2 = lv.module("cv2", "python3-opencv (it decodes the photographs)")
 
 NIGHT = ["IMG_3869", "IMG_3871", "IMG_3873", "IMG_3875", "IMG_3877"]
 NIGHT_TIMES = [(1, 250), (1, 59), (1, 15), (1, 4), (1, 1)]  # f/1.8, ISO 1000

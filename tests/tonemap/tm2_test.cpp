@@ -3,19 +3,17 @@
 // identical bytes for a given thread count, the strip route through temp files, and the
 // codes of temp-file faults.
 #include <gtest/gtest.h>
-#include <png.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <sstream>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "lumivantor/lumivantor.h"
+#include "street_photos.h"
 #include "tonemap/enhancer_stages.h"
 
 namespace {
@@ -183,31 +181,11 @@ TEST(Solver, StripRouteMatchesTheInMemorySolveAndReportsFileFaults) {
 // defaults: the plane must be finite and compress the scene's range, and a plain
 // rendering of it is written as PNG for a person to look at.
 TEST(Stages, StreetBracketGivesAFiniteCompressedPlane) {
-    const std::string dir = std::string(LV_DATA_DIR) + "/street/";
-    std::ifstream list(dir + "exposures.txt");
-    std::vector<unsigned char> bracket;
-    std::vector<float> factors;
-    png_image img{};
-    for (std::string line, name; std::getline(list, line);) {
-        std::istringstream in(line);
-        float seconds;
-        if (!(in >> name >> seconds) || name[0] == '#') continue;
-        img = png_image{};
-        img.version = PNG_IMAGE_VERSION;
-        ASSERT_TRUE(png_image_begin_read_from_file(&img, (dir + name).c_str()));
-        img.format = PNG_FORMAT_RGB;
-        bracket.resize(bracket.size() + PNG_IMAGE_SIZE(img));
-        png_image_finish_read(&img, nullptr, &bracket[bracket.size() - PNG_IMAGE_SIZE(img)], 0,
-                              nullptr);
-        factors.push_back(seconds);
-    }
-    if (factors.empty()) GTEST_SKIP() << "no street bracket in " << dir;
-    const int w = img.width, h = img.height;
-    std::vector<unsigned char> rgbe(4L * w * h);
-    float curve[256], mstats[3], table[256], stats[7] = {};
-    ASSERT_EQ(lv_hdr_merge(nullptr, 0, int(factors.size()), w, h, 3, 8, 0, -1.0f, curve,
-                           factors.data(), bracket.data(), mstats, rgbe.data()),
-              h);
+    const lvtest::Bracket street = lvtest::street_bracket(true);
+    if (street.empty()) GTEST_SKIP() << "no street bracket in " << lvtest::street_dir();
+    const int w = street.width, h = street.height;
+    const std::vector<unsigned char> &rgbe = street.rgbe;
+    float table[256], stats[7] = {};
     exp_lut(table, -8);
     for (float member : {1.0f, 0.0f}) { // the new pipeline, then the old one
         Params pr(w, h);
@@ -256,10 +234,8 @@ TEST(Stages, StreetBracketGivesAFiniteCompressedPlane) {
                         255.0f, 255.0f * std::pow(std::max(v, 0.0f), 1 / 2.2f));
                 }
             }
-        png_image o{};
-        o.version = PNG_IMAGE_VERSION, o.width = w, o.height = h, o.format = PNG_FORMAT_RGB;
-        const std::string name =
-            member > 0 ? "/enhancer_stages_street.png" : "/enhancer_stages_street_old.png";
-        png_image_write_to_file(&o, (LV_BINARY_DIR + name).c_str(), 0, out.data(), 0, nullptr);
+        lvtest::write_png(std::string(LV_BINARY_DIR) + "/enhancer_stages_street" +
+                              (member > 0 ? ".png" : "_old.png"),
+                          w, h, 3, out.data());
     }
 }

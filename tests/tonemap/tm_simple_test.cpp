@@ -1,93 +1,35 @@
 // The global tone mapper on the street bracket merged by the library: threads, mask
 // layers, column ranges, planar output, output depths, and the rendering written as PNG for a
-// person to look at. Without the sample photographs a synthetic bracket stands in.
+// person to look at.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "frame/band_threads.h"
 #include "lumivantor/lumivantor.h"
+#include "street_photos.h"
 
 namespace {
 
-struct Scene {
-    int width = 0, height = 0;
-    std::vector<unsigned char> rgbe; // planar RGBE rows; empty without the photographs
-};
+using Scene = lvtest::Bracket;
 
-// The street bracket merged by lv_hdr_merge with its exposure times as factors.
-Scene make_scene() {
-    const std::string dir = std::string(LV_DATA_DIR) + "/street/";
-    std::ifstream list(dir + "exposures.txt");
-    std::vector<unsigned char> bracket;
-    std::vector<float> factors;
-    png_image img{};
-    for (std::string line, name; std::getline(list, line);) {
-        std::istringstream in(line);
-        float seconds;
-        if (!(in >> name >> seconds) || name[0] == '#') continue;
-        img = png_image{};
-        img.version = PNG_IMAGE_VERSION;
-        if (!png_image_begin_read_from_file(&img, (dir + name).c_str())) return {};
-        img.format = PNG_FORMAT_RGB;
-        const size_t at = bracket.size();
-        bracket.resize(at + PNG_IMAGE_SIZE(img));
-        if (!png_image_finish_read(&img, nullptr, &bracket[at], 0, nullptr)) return {};
-        factors.push_back(seconds);
-    }
-    Scene s{int(img.width), int(img.height), {}};
-    s.rgbe.resize(size_t(4) * s.width * s.height);
-    float curve[256], stats[3];
-    const bool merged =
-        !factors.empty() && bracket.size() == factors.size() * 3 * s.width * s.height &&
-        lv_hdr_merge(nullptr, 0, int(factors.size()), s.width, s.height, 3, 8, 0, -1.0f, curve,
-                     factors.data(), bracket.data(), stats, s.rgbe.data()) == s.height;
-    return merged ? s : Scene{};
-}
-
-// A bracket of four 8-bit frames two stops apart of a made-up scene about 12 stops deep:
-// a bright corner, coloured bands and a fine dark texture, through a 1/2.2 curve with
-// clipping. Used when the photographs are absent, so the tests still run everywhere.
-Scene synthetic_scene() {
-    const int w = 241, h = 157, frames = 4;
-    std::vector<unsigned char> bracket(size_t(frames) * 3 * w * h);
-    std::vector<float> factors;
-    for (int f = 0; f < frames; ++f) {
-        factors.push_back(float(1 << (2 * f)));
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const double base =
-                    std::exp2(-10.0 + 12.0 * (x + y) / (w + h)) * (1 + ((x ^ y) & 3));
-                const double tint[3] = {1.0 + (y % 40 < 20), 1.0 + (x % 50 < 25), 1.5};
-                for (int c = 0; c < 3; ++c) {
-                    const double v = std::pow(base * tint[c] * factors.back() / 6, 1 / 2.2) * 255;
-                    bracket[((size_t(f) * h + y) * w + x) * 3 + c] =
-                        (unsigned char)std::min(v, 255.0);
-                }
-            }
-    }
-    Scene s{w, h, std::vector<unsigned char>(size_t(4) * w * h)};
-    float curve[256], stats[3];
-    lv_hdr_merge(nullptr, 0, frames, w, h, 3, 8, 0, -1.0f, curve, factors.data(), bracket.data(),
-                 stats, s.rgbe.data());
-    return s;
-}
-
+// The merged street bracket, without its frames.
 const Scene &scene() {
     static const Scene s = [] {
-        Scene street = make_scene();
-        return street.rgbe.empty() ? synthetic_scene() : street;
+        Scene street = lvtest::street_bracket(true);
+        std::vector<uint8_t>().swap(street.rgb);
+        return street;
     }();
     return s;
 }
 
-using TmSimple = ::testing::Test;
+struct TmSimple : ::testing::Test {
+    void SetUp() override {
+        if (scene().empty()) GTEST_SKIP() << "street bracket not found in " << lvtest::street_dir();
+    }
+};
 
 struct Job {
     DimParam dim{};
@@ -298,13 +240,8 @@ TEST_F(TmSimple, SixteenBitOutputAndRedBlueSwap) {
 TEST_F(TmSimple, WritesTheRenderedPhotographAsPng) {
     const Scene &s = scene();
     const auto out = Job(s).render(2);
-    png_image img{};
-    img.version = PNG_IMAGE_VERSION;
-    img.width = png_uint_32(s.width);
-    img.height = png_uint_32(s.height);
-    img.format = PNG_FORMAT_RGB;
-    const std::string path = std::string(LV_BINARY_DIR) + "/tonemap_street_default.png";
-    ASSERT_TRUE(png_image_write_to_file(&img, path.c_str(), 0, out.data(), 0, nullptr));
+    ASSERT_TRUE(lvtest::write_png(std::string(LV_BINARY_DIR) + "/tonemap_street_default.png",
+                                  s.width, s.height, 3, out.data()));
 }
 
 } // namespace
