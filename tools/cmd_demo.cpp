@@ -5,6 +5,7 @@
 #include "fuse_pipeline.h"
 #include "hdr_pipeline.h"
 #include "progress_bar.h"
+#include "report_page.h"
 #include "synth_bracket.h"
 #include "tonemap_enhancer.h"
 #include "tonemap_optimizer.h"
@@ -34,7 +35,9 @@ const char *demo_help =
     "  demo.png, demo-small.png         the enhancer's result, full size and a third\n"
     "  demo-simple.png                  the global operator's result, for comparison\n"
     "  demo-fused.png                   the bracket blended by exposure fusion\n"
-    "  demo-optimizer.png               the contrast optimizer's result at its defaults\n";
+    "  demo-optimizer.png               the contrast optimizer's result at its defaults\n"
+    "  index.html                       a page with every step side by side; open it in a\n"
+    "                                   browser (its pictures are the .jpg files beside it)\n";
 
 bool make_folder(const std::string &dir, std::string &error) {
     struct stat st;
@@ -102,7 +105,6 @@ int cmd_demo(int argc, char **argv) {
     bracket.planned = int(frames.size());
     for (const Image &f : frames)
         if (!bracket.add(f, err)) return fail("bracket", err);
-    frames.clear();
     std::vector<float> used = exposures;
     HdrImage hdr;
     float stats[3];
@@ -198,6 +200,29 @@ int cmd_demo(int argc, char **argv) {
                 "demo-optimizer.png, demo-fused.png, "
                 "bracket-1..5.png\n",
                 dir.c_str());
+
+    ReportPage page;
+    page.title = "lvhdr demo: a synthetic scene from bracket to picture";
+    page.summary = {std::to_string(width) + "x" + std::to_string(height) + ", " +
+                        std::to_string(int(std::lround(scene_stops(scene)))) +
+                        " stops of scene luminance, five frames two stops apart",
+                    "Click a picture to see it at full size."};
+    std::snprintf(line, sizeof line, "known exposures: median error %.2f%%, 90th percentile %.2f%%",
+                  100 * known.median_error, 100 * known.p90_error);
+    page.accuracy.push_back(line);
+    std::snprintf(line, sizeof line,
+                  "exposures derived from the images: median error %.2f%%, 90th percentile %.2f%%",
+                  100 * blind.median_error, 100 * blind.p90_error);
+    page.accuracy.push_back(line);
+    page.accuracy.push_back("measured on " + std::to_string(known.pixels) +
+                            " pixels that some frame recorded; the plot is the known-exposure merge");
+    page.error_by_luminance = error_by_luminance(scene, hdr, exposures, known.scale);
+    if (!add_bracket(dir, frames, exposures, {}, page, err) || !add_hdr_views(dir, hdr, page, err) ||
+        !add_results(dir, reread, frames, look, page, err) ||
+        !write_report_page(dir, page, err))
+        return fail(dir, err);
+    step("write the report page and its pictures", clock.lap());
+    std::printf("report page: %s/index.html\n", dir.c_str());
     return exit_ok;
 }
 

@@ -15,5 +15,6 @@ int cmd_view(int argc, char **argv);
 int cmd_fuse(int argc, char **argv);
 int cmd_finish(int argc, char **argv);
 int cmd_single(int argc, char **argv);
+int cmd_report(int argc, char **argv);
 
 } // namespace lvhdr

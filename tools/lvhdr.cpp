@@ -23,6 +23,7 @@ const char *main_help =
     "  view      write the brightness-adapting viewer square around a pixel as a PNG\n"
     "  finish    levels, exposure, saturation and sharpening on a finished picture\n"
     "  single    an HDR look from one photograph: simulated exposures, fused\n"
+    "  report    merge a bracket and show every tone mapper and fusion method on one page\n"
     "\n"
     "'lvhdr COMMAND --help' describes each command.\n";
 
@@ -41,7 +42,8 @@ const Command commands[] = {{"demo", lvhdr::cmd_demo},
                             {"probe", lvhdr::cmd_probe},
                             {"view", lvhdr::cmd_view},
                             {"finish", lvhdr::cmd_finish},
-                            {"single", lvhdr::cmd_single}};
+                            {"single", lvhdr::cmd_single},
+                            {"report", lvhdr::cmd_report}};
 
 } // namespace
 
