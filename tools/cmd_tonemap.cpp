@@ -8,7 +8,9 @@
 #include "tonemap_enhancer.h"
 #include "tonemap_optimizer.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <thread>
 
 namespace lvhdr {
 namespace {
@@ -116,8 +118,37 @@ bool run_enhancer(const ParsedArgs &args, HdrImage *hdr, const std::string &in_p
     return !hdr || tonemap_enhancer(*hdr, in_path, s, bits, out, err);
 }
 
+bool run_optimizer(const ParsedArgs &args, HdrImage *hdr, const std::string &, int bits, Image &out,
+                   bool &usage, std::string &err) {
+    OptimizerSettings s;
+    SliderDef defs[] = {{"--compression", 0, 100, &s.compression},
+                        {"--detail", -5, 10, &s.detail},
+                        {"--level-dependence", 0, 100, &s.level_dependence},
+                        {"--white-clip", 0, 10, &s.white_clip},
+                        {"--black-clip", 0, 10, &s.black_clip},
+                        {"--gamma", -10, 10, &s.gamma},
+                        {"--saturation", -10, 10, &s.saturation},
+                        {"--temperature", -10, 10, &s.temperature}};
+    if (args.has("--brightness")) {
+        err = "--brightness belongs to the global operator; the optimizer takes --gamma";
+        return !(usage = true);
+    }
+    for (const char *other :
+         {"--strength", "--attenuation", "--shadow-clip", "--low-memory", "--two-resolution"})
+        if (args.has(other)) {
+            err = std::string(other) + " belongs to the enhancer";
+            return !(usage = true);
+        }
+    if (!read_sliders(args, defs, sizeof defs / sizeof defs[0], err)) return !(usage = true);
+    if (!hdr) return true;
+    ProgressBar bar("contrast optimizer");
+    const int threads = std::max(1, int(std::thread::hardware_concurrency()));
+    return tonemap_optimizer(*hdr, s, bits, threads, out, err);
+}
+
 // Further methods join this table.
-const Method methods[] = {{"enhancer", run_enhancer}, {"simple", run_simple}};
+const Method methods[] = {
+    {"enhancer", run_enhancer}, {"simple", run_simple}, {"optimizer", run_optimizer}};
 
 } // namespace
 
@@ -151,7 +182,6 @@ int cmd_tonemap(int argc, char **argv) {
         return exit_ok;
     }
     const std::string name = args.get("--method", "enhancer");
-    if (name == "optimizer") return cmd_tonemap_optimizer(args);
     const Method *method = nullptr;
     std::string known;
     for (const Method &m : methods) {
@@ -159,8 +189,7 @@ int cmd_tonemap(int argc, char **argv) {
         known += std::string(known.empty() ? "" : ", ") + m.name;
     }
     if (!method)
-        return usage_error("tonemap",
-                           "unknown method '" + name + "' (available: " + known + ", optimizer)");
+        return usage_error("tonemap", "unknown method '" + name + "' (available: " + known + ")");
     const std::string out_path = args.get("--output");
     if (out_path.empty()) return usage_error("tonemap", "no output file given (-o OUT.png)");
     const std::string ext = extension_of(out_path);

@@ -25,10 +25,6 @@ struct OptimizerSettings {
 bool tonemap_optimizer(HdrImage &image, const OptimizerSettings &settings, int bits, int threads,
                        Image &out, std::string &error);
 
-// "lvhdr tonemap --method optimizer": reads the sliders from args, the .hdr, writes the
-// picture. Returns the exit code.
-int cmd_tonemap_optimizer(const ParsedArgs &args);
-
 // Help lines of the optimizer's options.
 extern const char *tonemap_optimizer_help;
 
