@@ -144,13 +144,15 @@ def test_finish_matches_lvhdr(demo, tmp_path, sliders, flags):
     assert np.array_equal(original, read_png(picture))  # the input is left alone
 
 
-@pytest.mark.parametrize("method", ["enhancer", "optimizer"])
-def test_refinish_equals_a_fresh_render_with_the_new_colour(demo, method):
+@pytest.mark.parametrize("method,bits", [("enhancer", 8), ("enhancer", 16), ("optimizer", 8)])
+def test_refinish_equals_a_fresh_render_with_the_new_colour(demo, method, bits):
     hdr = lv.read_hdr(demo[0] / "merged.hdr")
-    _, render = lv.tonemap(hdr, method=method, keep=True)
+    kept, render = lv.tonemap(hdr, method=method, bits=bits, keep=True)
+    # Keeping the plane leaves the picture whole, at 16 bits too (6 bytes a pixel).
+    assert np.array_equal(kept, lv.tonemap(hdr, method=method, bits=bits))
     again = lv.refinish(render, temperature=4, gamma=-2)
     # A plain writable copy is encoded to RGBE again, to the bytes the file held.
-    fresh = lv.tonemap(hdr.copy(), method=method, temperature=4, gamma=-2)
+    fresh = lv.tonemap(hdr.copy(), method=method, bits=bits, temperature=4, gamma=-2)
     assert np.array_equal(again, fresh)
     with pytest.raises(ValueError, match="read-only"):
         hdr[0, 0, 0] = 1  # the kept RGBE rows can't go stale
