@@ -38,13 +38,11 @@ TEST(ContrastLevels, ReduceWeightsRenormaliseAtBordersCornersAndWrap) {
         int tx, ty;           // the target pixel read
         float weight;
     } cases[] = {
-        {5, 5, 0, 2, 2, 1, 1, 0.25f},        {5, 5, 0, 2, 1, 1, 1, 0.125f},
-        {5, 5, 0, 1, 1, 1, 1, 0.0625f},      {5, 5, 0, 2, 0, 1, 0, 0.333f},
-        {5, 5, 0, 2, 1, 1, 0, 0.1667f},      {5, 5, 0, 1, 1, 1, 0, 0.083333336f},
-        {5, 5, 0, 0, 0, 0, 0, 0.444f},       {5, 5, 0, 1, 0, 0, 0, 0.222f},
-        {5, 5, 0, 1, 1, 0, 0, 0.111f},       {5, 5, 0, 4, 4, 2, 2, 0.444f},  // odd size: corner
-        {4, 4, 0, 3, 3, 1, 1, 0.0625f},      {4, 3, 1, 3, 0, 0, 0, 0.1667f}, // west wraps round
-        {4, 3, 1, 3, 1, 0, 0, 0.083333336f}, {4, 3, 0, 3, 0, 0, 0, 0.0f},
+        {5, 5, 0, 2, 2, 1, 1, 0.25f},   {5, 5, 0, 1, 1, 1, 1, 0.0625f},      // interior
+        {5, 5, 0, 2, 0, 1, 0, 0.333f},  {5, 5, 0, 1, 1, 1, 0, 0.083333336f}, // edge
+        {5, 5, 0, 0, 0, 0, 0, 0.444f},  {5, 5, 0, 1, 1, 0, 0, 0.111f},       // corner
+        {5, 5, 0, 4, 4, 2, 2, 0.444f},  {4, 4, 0, 3, 3, 1, 1, 0.0625f},      // odd, even size
+        {4, 3, 1, 3, 0, 0, 0, 0.1667f}, {4, 3, 0, 3, 0, 0, 0, 0.0f},         // west wraps round
     };
     for (const Case &c : cases) {
         const auto out = reduce_impulse(c.w, c.h, c.wrap, c.x, c.y);
@@ -140,8 +138,6 @@ TEST(ContrastLevels, MapScalingClipsItsPercentilesAndRefusesNegatives) {
 
     lum[5] = -1.0f;
     EXPECT_EQ(co_map_scaling(p, lum.data(), map.data(), dim), -101);
-    std::fill(lum.begin(), lum.end(), -2.0f);
-    EXPECT_EQ(co_map_scaling(p, lum.data(), map.data(), dim), -101);
     lum.assign(10000, NAN);
     EXPECT_EQ(co_map_scaling(p, lum.data(), map.data(), dim), -101);
     dim.height = 0;
@@ -193,10 +189,6 @@ TEST(ContrastLevels, FinishMixesLayersByWeightAndKeepsBlackBlack) {
     EXPECT_NE(high, base);
 }
 
-} // namespace
-
-namespace {
-
 // The vectorised interior of a reduced row against the weights applied one pixel at a time.
 TEST(ContrastLevels, VectorReduceGivesTheScalarValues) {
     uint32_t state[LV_MT_STATE_WORDS];
@@ -243,10 +235,6 @@ TEST(ContrastLevels, VectorRemapGivesTheScalarValues) {
             }
         }
 }
-
-} // namespace
-
-namespace {
 
 // The store is read at the pixel's bracket: the first reference alone at its value, the
 // last alone at or above its value, a linear mix between; outside the references the

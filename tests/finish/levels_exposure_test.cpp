@@ -64,8 +64,6 @@ TEST(Levels, RefusedDepthPairsAbortEvenInAnOptimisedBuild) {
     const char *condition = "bpsIn >= bpsOut && \\(bpsIn == 8";
     EXPECT_DEATH(adjustImageLevels(1, 1, 1, 0, 0, 0, 3, 3, 8, 16, px, px, 1, 0, 100, 1, 100),
                  condition);
-    EXPECT_DEATH(adjustImageLevels(1, 1, 1, 0, 0, 0, 3, 3, 12, 8, px, px, 1, 0, 100, 1, 100),
-                 condition);
     EXPECT_DEATH(createFakeExposures(1, 1, 1, 3, 3, 3, 0, 0, 8, 16, px, px, nullptr), condition);
 }
 

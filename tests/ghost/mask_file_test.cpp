@@ -42,6 +42,13 @@ TEST(GhostMaskFile, WritesOneLineWithTwoBlanksBeforeEachLaterSelection) {
     EXPECT_EQ(get_mask_info(path.c_str(), &w, &h, &n), -2);
     EXPECT_EQ(write_ghost_mask("/nonexistent-dir/x.mask", 1, 1, 0, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(write_ghost_mask("/dev/full", 1, 1, 3, exposures, points, coords), -1);
+
+    // A negative path length moves the writer back (the third path re-reads the second
+    // point), but never before the first.
+    const int32_t back[] = {2, -1, 1}, before[] = {-1, 1};
+    EXPECT_EQ(write_ghost_mask(path.c_str(), 5, 5, 3, exposures, back, coords), 3);
+    EXPECT_NE(slurp(path).find("P-1 C S2 E7 P1 C-3,4 "), std::string::npos);
+    EXPECT_EQ(write_ghost_mask(path.c_str(), 5, 5, 2, exposures, before, coords), -1);
 }
 
 TEST(GhostMaskFile, SelectionsSurviveARoundTrip) {
@@ -62,17 +69,6 @@ TEST(GhostMaskFile, SelectionsSurviveARoundTrip) {
     EXPECT_EQ(e, exposures);
     EXPECT_EQ(p, points);
     EXPECT_EQ(c, coords);
-}
-
-TEST(GhostMaskFile, ANegativePathLengthMovesTheWriterBackButNeverBeforeTheStart) {
-    const std::string path = scratch("negative");
-    const int32_t exposures[] = {0, 0, 0};
-    const int32_t coords[] = {1, 1, 2, 2, 3, 3};
-    const int32_t back[] = {2, -1, 1}; // the third path re-reads the second point
-    EXPECT_EQ(write_ghost_mask(path.c_str(), 5, 5, 3, exposures, back, coords), 3);
-    EXPECT_NE(slurp(path).find("P-1 C S2 E0 P1 C2,2 "), std::string::npos);
-    const int32_t before[] = {-1, 1};
-    EXPECT_EQ(write_ghost_mask(path.c_str(), 5, 5, 2, exposures, before, coords), -1);
 }
 
 // Each case: file text, the expected get_mask_info and get_mask_data results.
