@@ -17,7 +17,7 @@ std::vector<uint8_t> ramp(int n, int mul = 7) {
     return v;
 }
 
-TEST(Downsample, BilinearMixTruncatesAndRepeatsTheLastColumnAndRow) {
+TEST(Downsample, BilinearMixTruncatesRepeatsTheLastColumnAndRowAndMarksEightBitOutput) {
     // Grey 4 x 4 with value 10 x + 40 y, to 3 x 3: u = x * 4/3.
     std::vector<uint8_t> src(4 * 4 * 3), dst(3 * 3 * 3, 0);
     for (int y = 0; y < 4; ++y)
@@ -29,16 +29,15 @@ TEST(Downsample, BilinearMixTruncatesAndRepeatsTheLastColumnAndRow) {
     EXPECT_EQ(dst[(1 * 3 + 1) * 3], 66);
     EXPECT_EQ(dst[(1 * 3 + 2) * 3 + 1], dst[(1 * 3 + 1) * 3 + 1]); // last column copies
     EXPECT_EQ(0, std::memcmp(&dst[2 * 9], &dst[1 * 9], 9));        // last row copies
-}
 
-TEST(Downsample, SixteenBitOutputDepthFollowsTheMarkerByte) {
-    std::vector<uint16_t> src(4 * 4 * 3, 0x1234);
+    // From 16 bits the output is 8-bit when its first byte holds the marker 168.
+    std::vector<uint16_t> src16(4 * 4 * 3, 0x1234);
     std::vector<uint8_t> eight(2 * 2 * 3, 0);
     eight[0] = 168;
-    lv_downsample(4, 4, 12, 2, 2, 6, 3, 16, src.data(), eight.data());
+    lv_downsample(4, 4, 12, 2, 2, 6, 3, 16, src16.data(), eight.data());
     EXPECT_EQ(eight[0], 0x12);
     std::vector<uint16_t> sixteen(2 * 2 * 3, 0);
-    lv_downsample(4, 4, 12, 2, 2, 6, 3, 16, src.data(), sixteen.data());
+    lv_downsample(4, 4, 12, 2, 2, 6, 3, 16, src16.data(), sixteen.data());
     EXPECT_EQ(sixteen[0], 0x1234);
 }
 

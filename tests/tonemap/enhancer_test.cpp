@@ -1,6 +1,6 @@
 // The enhancer driver: its memory plan, argument checks and size query, the initial-guess
-// upsampling, and whole runs on a synthetic scene (threads, re-finishing, column ranges,
-// low memory, the two-resolution run, temp-file faults).
+// upsampling, and whole runs on a synthetic scene (float input, column ranges, temp-file
+// faults).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -93,17 +93,14 @@ TEST(Enhancer, ArgumentChecksMessagesAndSizeQuery) {
 }
 
 TEST(Enhancer, InitialGuessUpsamplingAndShadowCubic) {
-    // Flat stays flat, a ramp along x stays a ramp between the coarse samples, and the
-    // last column repeats the edge.
+    // A ramp along x stays a ramp between the coarse samples (so the blend's weights sum
+    // to one), and the last column repeats the edge.
     const int cw = 4, ch = 3, w = 8, h = 6;
-    std::vector<float> flat(cw * ch, 3.0f), ramp(cw * ch), fine(w * h);
+    std::vector<float> ramp(cw * ch), fine(w * h);
     for (int y = 0; y < ch; ++y)
         for (int x = 0; x < cw; ++x)
             ramp[y * cw + x] = float(x);
-    EXPECT_EQ(tm1_init(w, h, cw, ch, 0, flat.data(), fine.data()), h);
-    for (float v : fine)
-        EXPECT_NEAR(v, 3.0f, 1e-5);
-    tm1_init(w, h, cw, ch, 0, ramp.data(), fine.data());
+    EXPECT_EQ(tm1_init(w, h, cw, ch, 0, ramp.data(), fine.data()), h);
     EXPECT_NEAR(fine[2 * w + 3], 1.5f, 1e-5); // odd column: between 1 and 2
     EXPECT_NEAR(fine[2 * w + 2], 1.0f, 1e-5); // even: the 3 x 3 blend of a ramp
     EXPECT_NEAR(fine[2 * w + 7], 3.0f, 1e-5); // last odd column: the edge repeats
@@ -166,23 +163,16 @@ struct Job {
     std::vector<unsigned char> output() const { return {work.begin(), work.begin() + 3L * w * h}; }
 };
 
-TEST(Enhancer, RepeatableAndReFinishedAnyNumberOfTimes) {
+// Re-finishing twice and coming back to the first settings is covered on the photographs;
+// here the float input and the column range, which they don't reach.
+TEST(Enhancer, FloatInputRunsAndAColumnRangeReFinishesOnlyItsColumns) {
     Job a;
     const std::vector<unsigned char> img = scene(a.w, a.h);
     a.opt.numThreads = 2;
     a.p[19] = 2.0f;
     ASSERT_EQ(a.run(img.data()), a.h - a.h / 2); // the last band's rows
     const auto first = a.output();
-    Job b = a;
-    b.work.clear();
-    ASSERT_GT(b.run(img.data()), 0);
-    EXPECT_EQ(b.output(), first);
-    int spread = 0;
-    for (unsigned char v : first)
-        spread = std::max(spread, int(v));
-    EXPECT_GT(spread, 200);
 
-    // The same scene as floats runs the whole road too.
     std::vector<float> rgb(size_t(3) * a.w * a.h);
     float table[256];
     exp_lut(table, -8);
@@ -197,39 +187,34 @@ TEST(Enhancer, RepeatableAndReFinishedAnyNumberOfTimes) {
     const auto shown = f.output();
     EXPECT_GT(*std::max_element(shown.begin(), shown.end()), 200);
 
-    // New saturation without the first stages (stats as they stand), then back, then a
-    // column range of the new saturation over the old output.
+    // Columns 20 to 39 re-finished with more saturation over the old output.
     a.p[19] = 1.0f;
     a.p[2] = 90.0f;
     ASSERT_GT(a.run(img.data()), 0);
     const auto vivid = a.output();
     EXPECT_NE(vivid, first);
-    a.p[2] = 46.0f;
+    a.p[2] = 46.0f; // back to the first output, then the range over it
     a.run(img.data());
-    EXPECT_EQ(a.output(), first);
     a.p[2] = 90.0f;
     a.p[56] = 20;
     a.p[57] = 40;
     a.run(img.data());
     const auto part = a.output();
-    for (int y = 0; y < a.h; ++y)
-        for (int x = 0; x < a.w; ++x)
-            for (int c = 0; c < 3; ++c) {
-                const size_t i = size_t(3) * (y * a.w + x) + c;
-                EXPECT_EQ(part[i], (x >= 20 && x < 40 ? vivid : first)[i]) << x << "," << y;
-            }
+    for (size_t i = 0; i < part.size(); ++i) {
+        const int x = int(i / 3 % a.w);
+        ASSERT_EQ(part[i], (x >= 20 && x < 40 ? vivid : first)[i]) << i;
+    }
 }
 
-TEST(Enhancer, LowMemoryMatchesAndTempFaultsFailCleanly) {
+// How close the low-memory route comes to the plain one is measured on the photographs;
+// here every temp-file fault must end the run with a code.
+TEST(Enhancer, LowMemoryRunsAndTempFaultsFailCleanly) {
     const std::string dir = testing::TempDir();
     const std::string hdr = dir + "enhancer_scene.hdr";
     Job plain;
     const std::vector<unsigned char> img = scene(plain.w, plain.h);
     ASSERT_EQ(lv_io_rgbe_write(hdr.c_str(), plain.w, plain.h, nullptr, 0, nullptr, img.data()),
               plain.h);
-    plain.opt.numThreads = 1;
-    ASSERT_EQ(plain.run(img.data()), plain.h);
-
     std::vector<std::string> temps;
     for (int i = 0; i < 6; ++i)
         temps.push_back(dir + "enhancer_temp" + std::to_string(i));
@@ -245,15 +230,8 @@ TEST(Enhancer, LowMemoryMatchesAndTempFaultsFailCleanly) {
     };
     Job low = low_job("", -1);
     ASSERT_EQ(low.run(nullptr), low.h);
-    const auto a = plain.output(), b = low.output();
-    int worst = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        worst = std::max(worst, std::abs(int(a[i]) - int(b[i])));
-    EXPECT_LE(worst, 1);
 
-    // Every temp file in a missing folder, and on a full disk, fails with a code.
-    const std::string faults[] = {"/no/such/folder/t", "/dev/full"};
-    for (const std::string &bad : faults)
+    for (const std::string bad : {"/no/such/folder/t", "/dev/full"})
         for (int which = 0; which < 3; ++which) { // the solver streams only larger images
             Job j = low_job(bad, which);
             testing::internal::CaptureStdout();

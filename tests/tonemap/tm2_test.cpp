@@ -1,5 +1,5 @@
-// Stage tm2: convergence on known Poisson problems (one level and the whole pyramid, with
-// and without wrap), the stops on an all-zero or NaN right-hand side, the tolerance table,
+// Stage tm2: convergence on known Poisson problems (the whole pyramid, with and without
+// wrap), the stops on an all-zero or NaN right-hand side, the tolerance table,
 // identical bytes for a given thread count, the strip route through temp files, and the
 // codes of temp-file faults.
 #include <gtest/gtest.h>
@@ -70,7 +70,8 @@ struct Params {
     }
 };
 
-TEST(Solver, ConjugateGradientStopsOnZeroOrNanAndConvergesOnAKnownPlane) {
+// Convergence is checked through the pyramid solves below, which run on this solver.
+TEST(Solver, ConjugateGradientStopsOnAZeroOrNanRightHandSide) {
     const int w = 33, h = 29;
     std::vector<float> rhs(w * h, 0.0f), x(w * h, 0.0f);
     EXPECT_EQ(tm20(w, h, 100, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
@@ -80,17 +81,6 @@ TEST(Solver, ConjugateGradientStopsOnZeroOrNanAndConvergesOnAKnownPlane) {
     EXPECT_LE(tm20(w, h, 100, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
                    rhs.data(), x.data(), 1e-6f),
               1);
-    {
-        const int wrap = 0;
-        Problem pb = make_problem(w, h, 1, wrap);
-        std::vector<float> sol(w * h, 0.0f);
-        const int it = tm20(w, h, 2000, wrap, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
-                            nullptr, 0, pb.work.data(), sol.data(), 1e-12f);
-        EXPECT_GT(it, 5);
-        for (float &v : sol)
-            v = std::exp(v);
-        EXPECT_LT(log_error(sol, w, h), 2e-3f);
-    }
 }
 
 TEST(Solver, LevelsBeyondTheDivergencePyramidAreNeverRead) {
@@ -178,8 +168,8 @@ TEST(Solver, StripRouteMatchesTheInMemorySolveAndReportsFileFaults) {
 } // namespace
 
 // The street bracket merged by the library, through both stages at the enhancer's
-// defaults: the plane must be finite and compress the scene's range, and a plain
-// rendering of it is written as PNG for a person to look at.
+// defaults: the plane must be finite and compress the scene's range. (The whole
+// enhancer's rendering of it is written as PNG by the tool's real-data test.)
 TEST(Stages, StreetBracketGivesAFiniteCompressedPlane) {
     const lvtest::Bracket street = lvtest::street_bracket(true);
     if (street.empty()) GTEST_SKIP() << "no street bracket in " << lvtest::street_dir();
@@ -215,27 +205,5 @@ TEST(Stages, StreetBracketGivesAFiniteCompressedPlane) {
             out_log[i] = std::log(work[i]);
         }
         EXPECT_LT(spread(out_log), 0.7f * spread(in_log));
-
-        // Colour follows the new luminance with the input's ratios; 99th percentile to white.
-        std::vector<float> sorted(work.begin(), work.begin() + long(w) * h);
-        std::nth_element(sorted.begin(), sorted.begin() + sorted.size() * 99 / 100, sorted.end());
-        const float white = sorted[sorted.size() * 99 / 100];
-        std::vector<unsigned char> out(3L * w * h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const unsigned char *r = &rgbe[4L * w * y];
-                float c[3];
-                for (int k = 0; k < 3; ++k)
-                    c[k] = r[k * w + x] * table[r[3 * w + x]];
-                const float lum = 0.2126f * c[0] + 0.7152f * c[1] + 0.0722f * c[2] + 1e-20f;
-                for (int k = 0; k < 3; ++k) {
-                    const float v = std::pow(c[k] / lum, 0.6f) * work[long(y) * w + x] / white;
-                    out[(long(y) * w + x) * 3 + k] = (unsigned char)std::min(
-                        255.0f, 255.0f * std::pow(std::max(v, 0.0f), 1 / 2.2f));
-                }
-            }
-        lvtest::write_png(std::string(LV_BINARY_DIR) + "/enhancer_stages_street" +
-                              (member > 0 ? ".png" : "_old.png"),
-                          w, h, 3, out.data());
     }
 }
