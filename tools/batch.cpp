@@ -68,12 +68,12 @@ bool group_frames(const std::vector<std::string> &files, int size,
 } // namespace
 
 int run_batch(const ParsedArgs &args) {
-    const std::string spec = args.get("--batch");
+    const std::string grouping = args.get("--batch");
     int size = 0;
-    if (spec != "auto") {
+    if (grouping != "auto") {
         double v = 0;
         std::string err;
-        if (!parse_number("--batch", spec, 2, 64, v, err) || v != std::floor(v))
+        if (!parse_number("--batch", grouping, 2, 64, v, err) || v != std::floor(v))
             return usage_error("merge",
                                "--batch takes a whole number of frames from 2 to 64, or auto");
         size = int(v);

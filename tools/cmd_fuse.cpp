@@ -4,7 +4,9 @@
 #include "commands.h"
 #include "fuse_pipeline.h"
 #include "hdr_files.h"
+#include "interrupt.h"
 #include "progress_bar.h"
+#include "temp_folder.h"
 
 #include <lumivantor/lumivantor.h>
 
@@ -47,61 +49,6 @@ const char *fuse_help =
     "\n"
     "Ctrl-C stops the work and leaves no output file.\n";
 
-volatile std::sig_atomic_t interrupted = 0;
-extern "C" void on_interrupt(int) {
-    interrupted = 1;
-}
-
-// Ctrl-C sets a flag for the duration of the command; the library hears it through the
-// progress callback, the command between its steps.
-class InterruptGuard {
-  public:
-    InterruptGuard() {
-        interrupted = 0;
-        struct sigaction sa {};
-        sa.sa_handler = on_interrupt;
-        sigemptyset(&sa.sa_mask);
-        sigaction(SIGINT, &sa, &old_);
-    }
-    ~InterruptGuard() { sigaction(SIGINT, &old_, nullptr); }
-
-  private:
-    struct sigaction old_ {};
-};
-
-void fuse_progress(int *cancel, float value) {
-    ProgressBar::callback(cancel, value);
-    if (cancel) *cancel = interrupted ? 1 : 0;
-}
-
-// A private folder for the temp files of a low-memory run, removed with what it holds.
-class TempFolder {
-  public:
-    bool make(std::string &error) {
-        const char *base = std::getenv("TMPDIR");
-        std::string templ = std::string(base && *base ? base : "/tmp") + "/lvhdr-fuse-XXXXXX";
-        if (!mkdtemp(templ.data())) {
-            error = std::string("cannot make a temp folder: ") + std::strerror(errno);
-            return false;
-        }
-        dir_ = templ;
-        for (const char *name : {"photographs.raw", "weights.raw", "tower.raw"})
-            paths_.push_back(dir_ + "/" + name);
-        return true;
-    }
-    const char *path(int i) const { return paths_[size_t(i)].c_str(); }
-    ~TempFolder() {
-        if (dir_.empty()) return;
-        for (const auto &p : paths_)
-            std::remove(p.c_str());
-        rmdir(dir_.c_str());
-    }
-
-  private:
-    std::string dir_;
-    std::vector<std::string> paths_;
-};
-
 } // namespace
 
 int fuse_bracket(Bracket &bracket, const FuseSettings &settings, Image &out, std::string &error) {
@@ -123,11 +70,14 @@ int fuse_bracket(Bracket &bracket, const FuseSettings &settings, Image &out, std
     o.numThreads = settings.threads;
     TempFolder temp;
     if (settings.low_memory) {
-        if (!temp.make(error)) return -2;
+        // Ctrl-C cancels through the progress callback, so the folder goes on the way out.
+        if (!temp.create("lvhdr-fuse", {"photographs.raw", "weights.raw", "tower.raw"}, false,
+                         error))
+            return -2;
         o.lowMemory = 1;
-        o.sourceFile = temp.path(0);
-        o.tempPath1 = temp.path(1);
-        o.tempPath2 = temp.path(2);
+        o.sourceFile = temp.file(0);
+        o.tempPath1 = temp.file(1);
+        o.tempPath2 = temp.file(2);
     }
     // The image tower lies ahead of the sized block; a low-memory run leaves the block
     // empty so that only what its route needs is allocated.
@@ -224,11 +174,11 @@ int cmd_fuse(int argc, char **argv) {
     if (!decode_bracket(args.positional, bracket, nullptr, nullptr, failed, err))
         return fail(failed, err);
     const double t_decode = clock.lap();
-    if (interrupted) return fail("fuse", "interrupted");
+    if (interrupted()) return fail("fuse", "interrupted");
 
     const int n = int(args.positional.size());
     const int width = bracket.width, height = bracket.height;
-    settings.callback = fuse_progress;
+    settings.callback = progress_or_cancel;
     Image picture;
     int rc;
     {
@@ -236,7 +186,7 @@ int cmd_fuse(int argc, char **argv) {
         rc = fuse_bracket(bracket, settings, picture, err);
     }
     const double t_fuse = clock.lap();
-    if (interrupted || rc == -1) return fail("fuse", "interrupted");
+    if (interrupted() || rc == -1) return fail("fuse", "interrupted");
     if (rc < 0) return fail("fuse", err);
     if (!write_image(out_path, picture, err)) return fail(out_path, err);
     const double t_write = clock.lap();

@@ -2,6 +2,7 @@
 // mem4enhancer, and a private temp folder for low-memory runs.
 #include "tonemap_enhancer.h"
 #include "progress_bar.h"
+#include "temp_folder.h"
 
 #include <lumivantor/tonemap.h>
 
@@ -15,70 +16,6 @@
 #include <vector>
 
 namespace lvhdr {
-namespace {
-
-// Paths of the live temp folder for the Ctrl-C handler, which may only make plain system
-// calls.
-char g_temp_paths[7][4096];
-volatile std::sig_atomic_t g_temp_live = 0;
-
-extern "C" void remove_temp_and_exit(int sig) {
-    if (g_temp_live) {
-        for (int i = 1; i < 7; ++i)
-            unlink(g_temp_paths[i]);
-        rmdir(g_temp_paths[0]);
-    }
-    std::signal(sig, SIG_DFL);
-    std::raise(sig);
-}
-
-// A folder of its own under TMPDIR for the six temp files; everything in it goes when it
-// does, whichever way the run ends, Ctrl-C included.
-class TempFolder {
-  public:
-    bool create(std::string &error) {
-        const char *base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/lvhdr-XXXXXX";
-        std::vector<char> buf(pattern.begin(), pattern.end());
-        buf.push_back('\0');
-        if (!mkdtemp(buf.data())) {
-            error = "cannot create a temp folder under " + pattern.substr(0, pattern.rfind('/'));
-            return false;
-        }
-        path_ = buf.data();
-        for (int i = 0; i < 6; ++i)
-            files_.push_back(path_ + "/plane" + std::to_string(i) + ".raw");
-        if (path_.size() + 16 < sizeof g_temp_paths[0]) {
-            std::snprintf(g_temp_paths[0], sizeof g_temp_paths[0], "%s", path_.c_str());
-            for (int i = 0; i < 6; ++i)
-                std::snprintf(g_temp_paths[i + 1], sizeof g_temp_paths[0], "%s", files_[i].c_str());
-            g_temp_live = 1;
-            old_int_ = std::signal(SIGINT, remove_temp_and_exit);
-            old_term_ = std::signal(SIGTERM, remove_temp_and_exit);
-        }
-        return true;
-    }
-    const char *file(int i) const { return files_[size_t(i)].c_str(); }
-    ~TempFolder() {
-        if (path_.empty()) return;
-        if (g_temp_live) {
-            std::signal(SIGINT, old_int_);
-            std::signal(SIGTERM, old_term_);
-            g_temp_live = 0;
-        }
-        for (const std::string &f : files_)
-            std::remove(f.c_str());
-        rmdir(path_.c_str());
-    }
-
-  private:
-    std::string path_;
-    std::vector<std::string> files_;
-    void (*old_int_)(int) = SIG_DFL;
-    void (*old_term_)(int) = SIG_DFL;
-};
-
-} // namespace
 
 void enhancer_block(const EnhancerSettings &s, float *p) {
     tmparam_default(1, 0, p);
@@ -117,7 +54,11 @@ bool tonemap_enhancer(HdrImage &image, const std::string &source_path,
     TempFolder temp;
     size_t bytes = total;
     if (settings.low_memory) {
-        if (!temp.create(error)) return false;
+        if (!temp.create("lvhdr",
+                         {"plane0.raw", "plane1.raw", "plane2.raw", "plane3.raw", "plane4.raw",
+                          "plane5.raw"},
+                         true, error))
+            return false;
         opt.lowMemory = 1;
         opt.sourceFile = source_path.c_str();
         const char **paths[] = {&opt.tempPath0, &opt.tempPath1, &opt.tempPath2,
