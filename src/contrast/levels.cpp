@@ -7,15 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#include <immintrin.h>
-#define CO_HAVE_AVX2_PATH 1
-#endif
 
 #include "contrast/contrast.h"
+#include "contrast/simd.h"
 #include "frame/band_threads.h"
 
 namespace {
